@@ -1,0 +1,51 @@
+#pragma once
+// Workload selection: which regions of a filled region table form the hot
+// workload.  The same function serves the daemon (once per collection cycle)
+// and the profiler (once per ten-minute trace interval).
+
+#include <cstddef>
+#include <cstdint>
+
+struct iostat_ctx;
+
+// The 16-byte head of a region statistics entry, copied as it stands.
+struct wrkload_ent {
+  uint64_t region;
+  uint32_t acc_cnt;
+  uint32_t volid;
+};
+static_assert(sizeof(wrkload_ent) == 16);
+static_assert(offsetof(wrkload_ent, acc_cnt) == 8);
+static_assert(offsetof(wrkload_ent, volid) == 12);
+
+// The outcome of one selection.  A sorted index is a position in `regions`
+// (index 0 is the hottest region).
+struct wrkload_rec {
+  uint32_t info_word;    // first word of the context (the driver's info reply)
+  uint32_t threshold;    // access count at the cut; kept when no cut is found
+  uint64_t nregions;     // entries in the store when the selection ran
+  uint64_t wl_count;     // selected entries at the head of regions (0: none)
+  uint64_t drop_factor;  // 5, 3 or 2: the ratio class of the cut; 0: none
+  uint64_t last5_idx;    // lowest band index with ratio >= 5
+  uint64_t last3_idx;    // lowest band index with ratio 3 or 4
+  uint64_t last2_idx;    // lowest band index with ratio 2
+  uint64_t first5_idx;   // highest band index with ratio >= 5
+  uint32_t first5_cnt;
+  uint64_t first3_idx;   // highest band index with ratio >= 3 not taken above
+  uint32_t first3_cnt;
+  uint64_t first2_idx;   // highest band index with ratio >= 2 not taken above
+  uint32_t first2_cnt;
+  uint32_t max_drop;     // largest ratio in the band, its count and index
+  uint32_t maxdrop_cnt;
+  uint64_t maxdrop_idx;
+  wrkload_ent *regions;  // nregions entries, highest count first; owned
+};
+
+// Selects the workload of ctx's region store into ctx's workload record.
+// With 99 entries or fewer, or when the copy cannot be allocated, the record
+// is left as it was (info_word aside).  Debug lines at levels 1 and 4.
+void vol_calc_workload(iostat_ctx *ctx);
+
+// Frees `regions` and zeroes every field but info_word and threshold, which
+// carry over into the next cycle or interval.
+void vol_clear_workload(wrkload_rec *rec);
