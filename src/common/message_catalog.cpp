@@ -38,13 +38,14 @@ char *volsetcatalog(const char *name, unsigned catalog_id, unsigned component,
                     unsigned subcomponent) {
   free(catname);
   catname = nullptr;
+  free(fq_catname);
+  fq_catname = nullptr;
   // A catalogue chosen earlier would otherwise stay mapped for good.
   if (catd_is_open(catd)) catclose(catd);
   catd = reinterpret_cast<nl_catd>(-1);
 
   const char *dir = volget_LC_MESSAGES_dir();
   if (dir != nullptr && name != nullptr) {
-    free(fq_catname);
     catname = strdup(name);
     size_t size = strlen(dir) + strlen(name) + 1;
     fq_catname = static_cast<char *>(calloc(1, size));

@@ -23,8 +23,9 @@ extern char *applabel;                   // [null] program label, owned
 void setup_i18n(const char *label);
 // Selects the default catalogue by name (component and subcomponent 0).
 char *volsetcat(const char *name);
-// Opens the default catalogue of the current locale; returns catname.
-// Exits with status 127 when memory runs out.
+// Opens the default catalogue of the current locale (closing the one chosen
+// before) and stores the identifier parts; returns catname, null when the
+// locale needs no catalogue.  Exits with status 127 when memory runs out.
 char *volsetcatalog(const char *name, unsigned catalog_id, unsigned component,
                     unsigned subcomponent);
 // Keeps a fresh copy of the label; returns 1.
@@ -45,5 +46,7 @@ void extract_cat_mid_str(int mode, const char *text, int *number, char **cat_nam
 // descriptor and the caller closes it after use; otherwise (nl_catd)-1.
 void vol_getformat(const char *cat_name, int number, char *path, size_t path_size,
                    const char *def, const char **result, nl_catd *opened);
-// The looked-up text alone, for callers that format themselves.
+// The looked-up text alone, for callers that format themselves.  A text
+// from a private catalogue is a copy that stays valid until the next such
+// call; otherwise the catalogue's own text or def.
 const char *gettxt(const char *address, const char *def);
