@@ -1,0 +1,25 @@
+#pragma once
+// Runs the built zriostatd (or another program) as a child process and
+// collects what it wrote and how it ended.
+
+#include <string>
+#include <vector>
+
+struct run_result {
+  int exit_status = -1; // exit status, or -1 when ended by a signal
+  int signal = 0;       // the signal that ended it, or 0
+  std::string out;      // everything written to standard output
+  std::string err;      // everything written to standard error
+};
+
+struct run_options {
+  std::vector<std::string> env;  // "NAME=value" added to (or replacing in) the environment
+  std::string cwd;               // working directory; empty: the test's own
+  int timeout_seconds = 120;     // the child is killed with SIGKILL past this
+};
+
+// Runs `program` with `args` (argv[0] is `program` itself) and waits for it.
+run_result run_program(const std::string &program, const std::vector<std::string> &args,
+                       const run_options &options = {});
+// Runs the zriostatd binary of this build.
+run_result run_zriostatd(const std::vector<std::string> &args, const run_options &options = {});
