@@ -1,0 +1,54 @@
+#pragma once
+// The replay of the trace through a simulated read cache of `casize` regions.
+//
+// The trace is streamed from its file once per replay, interval by interval:
+// `access_tbl` counts each region's accesses in the current interval, and
+// `cache_area` (the store's table) holds the cached regions, each with its
+// cache state in the top bits of acc_cnt.  A region is admitted when its
+// count in the interval reaches the threshold (or always, with w_flag); the
+// cache makes room only by recycling entries from the cold list.  Each read
+// is counted once in read_hit or read_miss.  Single-threaded.
+
+#include <cstdint>
+#include <cstdio>
+
+#include "stats/stathash.h"
+
+struct iostat_ctx;
+
+// Per-interval access counts of the replay; static storage, empty between
+// intervals.
+extern stathash access_tbl;
+// Carving cursor over the cache's node pool (one block of casize nodes per
+// replay).  Cleared whenever no pool is live.
+extern stat_pool_cursor canodebuf;
+
+// Replays the whole trace at `path` at the current casize, adding to
+// read_hit and read_miss (the caller clears them and the cold list first).
+// Leaves cache_area, access_tbl and the cold list empty.  A trace that cannot be opened
+// replays as an empty one; a node pool that cannot be allocated leaves the
+// cache unable to admit anything.  ctx is accepted and not used.
+void vol_apply_lru(const char *path, iostat_ctx *ctx);
+
+// Replays one interval from `trace` into `table` (access_tbl), with the
+// threshold of the interval stamped t - 600.  Returns 0 when a separator
+// line ended the interval, 0xFFFFFFFF at end of file (a null trace is at its
+// end at once).
+uint32_t vol_read_from_outfile_lru(FILE *trace, uint64_t t, stathash *table);
+
+// The threshold of the workload record stamped t - 600 (so interval k, with
+// t = 600 * k, is replayed with interval k - 1's threshold), or 0 when no
+// record carries that stamp.
+uint32_t get_threshold_from_workload(uint64_t t);
+
+// Looks the region up in the cache: a cached region sets *hit and counts
+// the access.  Otherwise admits it when its interval count in `entry` (the
+// region's access_tbl entry, which may be null when it could not be
+// allocated: never admitted) reaches thrshold or w_flag is set, taking a
+// fresh node while count < casize and a cold entry after that.
+void vol_add_in_cache(uint16_t volid, uint64_t region, const stat_ent *entry, int *hit);
+
+// Ends an interval: empties the cold list, then ages every cached entry
+// by its count against thrshold (hot, warm, cold), pushing the cold ones on
+// the cold list in visiting order and restarting every count at 0.
+void vol_process_cache_entries(void);

@@ -1,0 +1,37 @@
+#pragma once
+// One line of the trace "<dir>/out": "%d %d %llu %llu" (major, minor, start
+// block, length in blocks).  The trace input and every replay read the file
+// through this one reader, so that both see exactly the same requests.
+
+#include <cstddef>
+#include <cstdio>
+
+// Lines are read with a 256-byte buffer: a longer line arrives as several
+// pieces of at most 255 characters, each parsed as a line of its own.
+constexpr size_t TRACE_LINE_BUF = 256;
+
+// The fields of the last line read.  A line that does not supply a field
+// leaves the previous line's value in place (a line that fails to parse
+// thus repeats the previous request), so the record lives across lines;
+// start it zeroed.
+struct trace_line {
+  int major;
+  int minor;
+  unsigned long long start;
+  unsigned long long length;
+};
+
+enum class trace_line_kind {
+  request,    // a read to count
+  separator,  // four zeros: the end of a 600-second interval
+  skip,       // a zero length on a real device: not a request
+};
+
+// Reads the next piece of the file into *line.  Returns false at end of file
+// (or on a read error), leaving *line unchanged.
+bool vol_trace_read_line(FILE *trace, trace_line *line);
+
+// How a parsed line is taken.  Major, minor and start all 0 is the separator
+// when the length is 0 too, and otherwise an ordinary request to device
+// (0, 0); any other line with length 0 is skipped.
+trace_line_kind vol_trace_line_kind(const trace_line *line);
