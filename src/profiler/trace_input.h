@@ -30,9 +30,28 @@ struct vwload_ent {
   char *name;            // display name (only on maxima, set by the report)
   vwload_ent *next;
 };
-// Indexed by dense device number; the arrays grow with the device count.
+// Indexed by dense device number.  Both arrays always have vwload_slots
+// slots (at least 100, and at least guniq_id: every new device makes room
+// for itself), empty slots being null.
 extern vwload_ent **vwload_list;
 extern vwload_ent **vmaxwload_list;
+extern uint32_t vwload_slots;
+// Grows both arrays to at least max(n, 100) slots, new slots null.  Returns
+// false when memory runs out (message printed, arrays unchanged).
+bool vol_vwload_reserve(uint64_t n);
+
+// Regions a single request may touch at most: a read of more than 4 GiB is
+// not a real request, and counting 2^57 regions for a garbage length would
+// never end.  Longer requests count their first TRACE_MAX_REQUEST_REGIONS.
+constexpr uint64_t TRACE_MAX_REQUEST_REGIONS = 65536;
+// The regions [*first, *last] of a request of `length` blocks at `start`
+// (length non-zero): first = start >> 7, last = (start + length - 1) >> 7 in
+// unsigned 64-bit arithmetic, then cut to TRACE_MAX_REQUEST_REGIONS.
+// Returns false, touching no region, when first > last, which only a sum
+// that wraps past 2^64 gives (a wrapped sum can at most come back to the
+// region of start itself, which then counts as a one-region request).
+// *first and *last are set in every case, *last uncut when false.
+bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last);
 
 // Reads the whole trace into ctx (cleared first), interval by interval,
 // keeping each interval's workload; sets duration and casize.

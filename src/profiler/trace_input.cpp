@@ -1,0 +1,226 @@
+// Trace input: reads the trace one 600-second interval at a time into the
+// context's region store, selects each interval's workload, keeps a copy of
+// it per interval and counts, per volume, the hot regions of every interval.
+// The largest such count per volume, summed and tripled, is the first cache
+// size the search tries.
+
+#include "profiler/trace_input.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/xmalloc.h"
+#include "daemon/iostat_ctx.h"
+#include "profiler/device_table.h"
+#include "profiler/run_state.h"
+#include "profiler/trace_line.h"
+
+wrkload_node *wrkload_list;
+wrkload_node *wrkload_tail;
+vwload_ent **vwload_list;
+vwload_ent **vmaxwload_list;
+uint32_t vwload_slots;
+
+namespace {
+
+constexpr uint64_t INTERVAL_SECONDS = 600;
+constexpr uint32_t MIN_VWLOAD_SLOTS = 100;
+constexpr unsigned REGION_SHIFT = 7; // 128 blocks a region
+
+// Last record of each chain of vwload_list, so that appending an interval
+// does not walk the chain (a long trace has one record per interval).  Only
+// read for a chain whose head is set.
+vwload_ent **vwload_last;
+
+// Grows one slot array to `slots`, nulling the new slots.
+bool grow_slots(vwload_ent ***array, uint32_t old_slots, uint32_t slots) {
+  void *grown = zrvmutil_xrealloc(*array, static_cast<uint64_t>(slots) * sizeof(vwload_ent *));
+  if (grown == nullptr)
+    return false;
+  *array = static_cast<vwload_ent **>(grown);
+  for (uint32_t i = old_slots; i < slots; i++)
+    (*array)[i] = nullptr;
+  return true;
+}
+
+// Counts one access to region r of volume id, adding the region when new.
+void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
+  stat_ent *e = vol_stathash_find(r, id, store);
+  if (e != nullptr) {
+    e->acc_cnt++;
+    return;
+  }
+  e = vol_stathash_pool_carve(store, cursor);
+  if (e == nullptr)
+    return; // out of memory, message printed: the access goes uncounted
+  e->region = r;
+  e->acc_cnt = 1;
+  e->volid = id & 0xFFFF;
+  vol_stathash_add(e, store);
+}
+
+} // namespace
+
+bool vol_vwload_reserve(uint64_t n) {
+  if (n <= vwload_slots && vwload_slots >= MIN_VWLOAD_SLOTS)
+    return true;
+  uint64_t want = vwload_slots < MIN_VWLOAD_SLOTS ? MIN_VWLOAD_SLOTS : vwload_slots;
+  while (want < n)
+    want *= 2;
+  if (want > UINT32_MAX)
+    return false;
+  uint32_t slots = static_cast<uint32_t>(want);
+  // All three arrays or none: a failure part-way leaves the grown ones
+  // merely larger than vwload_slots says, which is harmless.
+  if (!grow_slots(&vwload_list, vwload_slots, slots) ||
+      !grow_slots(&vmaxwload_list, vwload_slots, slots) ||
+      !grow_slots(&vwload_last, vwload_slots, slots))
+    return false;
+  vwload_slots = slots;
+  return true;
+}
+
+bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last) {
+  *first = start >> REGION_SHIFT;
+  *last = (start + length - 1) >> REGION_SHIFT;
+  if (*first > *last)
+    return false;
+  if (*last - *first >= TRACE_MAX_REQUEST_REGIONS)
+    *last = *first + TRACE_MAX_REQUEST_REGIONS - 1;
+  return true;
+}
+
+uint32_t vol_get_unique_volid(int32_t major, uint32_t minor) {
+  const int32_t signed_minor = static_cast<int32_t>(minor);
+  volid_ent *e = vol_find_device(major, signed_minor);
+  if (e == nullptr)
+    e = vol_new_device(major, signed_minor);
+  return static_cast<uint32_t>(e->uniq_id);
+}
+
+int vol_read_btfile(FILE *trace, stathash *store) {
+  // Every interval starts a chunk of its own, even if it carves nothing.
+  stat_pool_cursor cursor{};
+  (void)vol_stathash_pool_append_chunk(store, &cursor);
+
+  trace_line line{};
+  while (vol_trace_read_line(trace, &line)) {
+    trace_line_kind kind = vol_trace_line_kind(&line);
+    if (kind == trace_line_kind::separator)
+      return 0;
+    if (kind == trace_line_kind::skip)
+      continue;
+
+    uint64_t first;
+    uint64_t last;
+    bool forward = vol_trace_request_regions(line.start, line.length, &first, &last);
+    // The length field is reused to hold the request's last region (before
+    // any cut), so a later line that stops short of its length reads this
+    // number as its length.
+    line.length = (line.start + line.length - 1) >> REGION_SHIFT;
+
+    uint32_t id = vol_get_unique_volid(line.major, static_cast<uint32_t>(line.minor));
+    num_of_reads++;
+    if (!forward)
+      continue;
+    // last <= 2^57 - 1, so r never wraps.
+    for (uint64_t r = first; r <= last; r++)
+      count_region(store, &cursor, r, id);
+  }
+  return -1;
+}
+
+void vol_add_vol_wload(wrkload_node *node) {
+  const wrkload_rec &rec = node->rec;
+  if (rec.regions == nullptr || rec.wl_count == 0)
+    return;
+
+  // This interval's record of every known volume, 0 for a volume none of
+  // whose regions is hot.
+  const uint32_t volumes = static_cast<uint32_t>(guniq_id);
+  auto **current = static_cast<vwload_ent **>(zrvmutil_xmalloc(static_cast<uint64_t>(volumes) * sizeof(vwload_ent *)));
+  if (current == nullptr)
+    return;
+  for (uint32_t u = 0; u < volumes; u++) {
+    auto *e = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
+    current[u] = e;
+    if (e == nullptr)
+      continue;
+    if (vwload_list[u] == nullptr)
+      vwload_list[u] = e;
+    else
+      vwload_last[u]->next = e;
+    vwload_last[u] = e;
+  }
+
+  // The selection's wl_count takes one entry beyond those at or above the
+  // threshold; leaving the last one out counts exactly the hot regions.
+  for (uint64_t i = 0; i + 1 < rec.wl_count; i++) {
+    uint32_t volid = rec.regions[i].volid;
+    if (volid < volumes && current[volid] != nullptr)
+      current[volid]->count++;
+  }
+  free(current);
+}
+
+void vol_add_workload(const wrkload_rec *rec, uint64_t elapsed) {
+  auto *node = static_cast<wrkload_node *>(zrvmutil_xmalloc(sizeof(wrkload_node)));
+  if (node == nullptr)
+    return;
+  node->rec = *rec;
+  node->elapsed = elapsed;
+  node->next = nullptr;
+  if (wrkload_list == nullptr)
+    wrkload_list = node;
+  else
+    wrkload_tail->next = node;
+  wrkload_tail = node;
+  vol_add_vol_wload(node);
+}
+
+uint64_t vol_calc_maxwload_size(void) {
+  if (guniq_id <= 0)
+    return 0;
+  uint64_t sum = 0;
+  for (uint32_t u = 0; u < static_cast<uint32_t>(guniq_id); u++) {
+    uint64_t max = 0;
+    for (const vwload_ent *e = vwload_list[u]; e != nullptr; e = e->next) {
+      if (e->count > max)
+        max = e->count;
+    }
+    sum += max;
+    auto *m = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
+    if (m == nullptr)
+      continue;
+    m->count = max;
+    if (vmaxwload_list[u] != nullptr) {
+      free(vmaxwload_list[u]->name);
+      free(vmaxwload_list[u]);
+    }
+    vmaxwload_list[u] = m;
+  }
+  return sum;
+}
+
+void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
+  memset(ctx, 0, sizeof(*ctx));
+  uint64_t elapsed = 0;
+  int status;
+  do {
+    elapsed += INTERVAL_SECONDS;
+    status = vol_read_btfile(trace, &ctx->store);
+    vol_calc_workload(ctx);
+    vol_add_workload(&ctx->wrkload, elapsed);
+    vol_stathash_reset(&ctx->store);
+    // The node holds a copy of the record; its regions array goes now (and
+    // the copy's pointer with it, so that nothing can follow it).  The
+    // threshold stays, so an interval without a cut inherits the last one.
+    if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
+      wrkload_tail->rec.regions = nullptr;
+    vol_clear_workload(&ctx->wrkload);
+  } while (status != -1);
+
+  // The last interval is usually partial but counts a full 600 seconds.
+  duration = static_cast<float>(elapsed) / 3600.0f;
+  casize = 3 * vol_calc_maxwload_size();
+}
