@@ -1,0 +1,32 @@
+#pragma once
+// The substitute driver's side of the five statistics requests: it answers
+// each one from the scenario and describes it in one line of the request
+// log, "<request> key=value ...", ending in " fail=<errno>" when the request
+// fails:
+//   start flag=F
+//   info
+//   accum offer=S need=N pages=P entries=E sample=K
+//       (S < N: pages=0 and the daemon must retry; K counts answers with
+//       data from 1, 0 when the samples are used up)
+//   update wl_count=W threshold=T reserved=R no_workload=F
+//   map capacity=C count=V done=D
+//   unknown command=C
+// A guid that the daemon sends back and that differs from the scenario's,
+// or a page area that is not where the header says, fails the request with
+// EINVAL and adds " bad_guid" or " bad_area" to the line.
+
+#include <cstdint>
+#include <string>
+
+#include "fakedriver/scenario.h"
+
+struct fake_driver {
+  fake_scenario sc;
+  uint32_t received[FAKE_NREQUESTS] = {}; // requests of each kind so far
+  size_t next_sample = 0;                 // next answer with data
+  uint32_t maps_answered = 0;             // complete map answers with volumes
+};
+
+// Answers sub-command `command` with argument record `arg`.  Returns 0 on
+// success, -1 with *err set on failure; *line receives the log line.
+int fake_answer(fake_driver *d, int32_t command, void *arg, int *err, std::string *line);
