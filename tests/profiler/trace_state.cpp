@@ -1,0 +1,67 @@
+#include "profiler/trace_state.h"
+
+#include <cstdlib>
+
+#include "profiler/run_state.h"
+#include "profiler/trace_input.h"
+
+void reset_trace_state() {
+  for (volid_ent *&chain : volid_list) {
+    while (chain != nullptr) {
+      volid_ent *next = chain->next;
+      free(chain->name);
+      free(chain);
+      chain = next;
+    }
+  }
+  while (wrkload_list != nullptr) {
+    wrkload_node *next = wrkload_list->next;
+    free(wrkload_list);
+    wrkload_list = next;
+  }
+  wrkload_tail = nullptr;
+  for (uint32_t u = 0; u < vwload_slots; u++) {
+    while (vwload_list[u] != nullptr) {
+      vwload_ent *next = vwload_list[u]->next;
+      free(vwload_list[u]->name);
+      free(vwload_list[u]);
+      vwload_list[u] = next;
+    }
+    if (vmaxwload_list[u] != nullptr) {
+      free(vmaxwload_list[u]->name);
+      free(vmaxwload_list[u]);
+      vmaxwload_list[u] = nullptr;
+    }
+  }
+  guniq_id = 0;
+  num_of_reads = 0;
+  duration = 0.0f;
+  casize = 0;
+  cache_lat = 0.0f;
+  disk_lat = 0.0f;
+}
+
+FILE *text_file(const std::string &text) {
+  FILE *f = tmpfile();
+  if (f == nullptr)
+    abort();
+  if (!text.empty() && fwrite(text.data(), 1, text.size(), f) != text.size())
+    abort();
+  rewind(f);
+  return f;
+}
+
+scoped_store::scoped_store() : table_(static_cast<stathash *>(calloc(1, sizeof(stathash)))) {
+  if (table_ == nullptr)
+    abort();
+}
+
+scoped_store::~scoped_store() {
+  vol_stathash_reset(table_);
+  free(table_);
+}
+
+uint32_t scoped_store::count(uint64_t region, uint32_t id) {
+  stat_ent *e = vol_stathash_find(region, id, table_);
+  return e == nullptr ? 0 : e->acc_cnt;
+}
