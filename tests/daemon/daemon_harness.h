@@ -1,0 +1,86 @@
+#pragma once
+// Runs the real daemon binary, detached as it detaches itself, under the
+// substitute kernel driver (tests/daemon/fakedriver), in a sandbox directory
+// that stands for "/" for everything under /etc/zr.
+//
+//   daemon_sandbox box;
+//   box.write_scenario("info 0 65536\n...fail update 3 EPERM\n");
+//   daemon_run run = box.run({"-x", "interval=0", "-x", "numiter=1"});
+//   EXPECT_EQ(1, run.status);
+//
+// The test process makes itself a child subreaper, so the detached daemon
+// becomes its child once the process it started has exited, and is waited
+// for like any child.  A daemon that has not ended by the deadline is killed
+// with SIGKILL (it ignores SIGTERM) and reaped: a run never leaves a daemon
+// behind.  Scenarios should end the daemon themselves, normally with a
+// failing update.
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+// One line of the substitute driver's request log: the request's name and
+// its key=value fields (flags without a value map to "").
+struct driver_request {
+  std::string name;
+  std::map<std::string, std::string> fields;
+
+  bool has(const std::string &key) const { return fields.count(key) != 0; }
+  // The numeric value of a field; 0 when it is missing.
+  uint64_t num(const std::string &key) const;
+};
+
+struct daemon_run {
+  int launcher_status = -1; // exit status of the process started, normally 0
+  pid_t pid = -1;           // the daemon's pid, -1 if none was reaped
+  int status = -1;          // the daemon's exit status, -1 if a signal ended it
+  int signal = 0;           // the signal that ended it, or 0
+  bool timed_out = false;   // it was still running at the deadline
+  std::string log;          // the daemon's log file
+  std::string stats;        // the statistics file, empty if absent
+  std::string launcher_err; // standard error of the process started
+  std::vector<driver_request> requests; // the request log, in order
+
+  // The requests with this name, in order.
+  std::vector<driver_request> named(const std::string &name) const;
+  // The lines of the daemon's log, without their line ends.
+  std::vector<std::string> log_lines() const;
+  // How many log lines contain `text`.
+  int log_lines_with(const std::string &text) const;
+  // Log, request log and launcher output, for failure messages.
+  std::string describe() const;
+};
+
+class daemon_sandbox {
+public:
+  daemon_sandbox(); // creates <dir>/etc/zr/log
+  const std::string &root() const { return dir_.path(); }
+  std::string log_path() const { return root() + "/etc/zr/log/zriostatd.log"; }
+  std::string stats_path() const { return root() + "/etc/zr/.zrvm_stats"; }
+  std::string write_file(const std::string &name, const std::string &text) const {
+    return dir_.write(name, text);
+  }
+  void write_scenario(const std::string &text) const { write_file("scenario", text); }
+
+  // Starts the daemon with `args`, waits up to `deadline_seconds` for it to
+  // end and collects what it left.
+  daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60) const;
+
+private:
+  scoped_temp_dir dir_;
+};
+
+// ---- Scenario text ------------------------------------------------------------
+// `n` consecutive regions of one volume, each counted `count` times.
+struct region_run {
+  uint32_t volid;
+  uint64_t first;
+  uint32_t n;
+  uint32_t count;
+};
+// A "sample" line with the runs' entries in order.
+std::string sample_line(const std::vector<region_run> &runs);
