@@ -195,6 +195,7 @@ TEST_F(CacheStats, SearchKeepsGoingOnAGainOfExactlyOnePoint) {
   device(8, 16, "dev1", 0);
   device(8, 32, "dev2", 0);
   device(8, 48, nullptr, 0); // known only by number, no workload record
+  device(8, 64, nullptr, 0);
   // Shares at multiplier 2: GB * 3 * 2; 16384 regions are 1 GB.
   max_workload(0, 16384);
   max_workload(1, 32768);
@@ -212,8 +213,8 @@ TEST_F(CacheStats, SearchKeepsGoingOnAGainOfExactlyOnePoint) {
   std::string out = testing::internal::GetCapturedStdout();
 
   EXPECT_EQ("", err);
-  // Ties (dev0 and dev2, 6 GB each) keep device order; the unnamed device
-  // is shown as "major minor" with no share.
+  // Ties (dev0 and dev2, 6 GB each; the two unnamed devices) keep device
+  // order; unnamed devices are shown as "major minor", with no share.
   EXPECT_EQ("\n\nOptimal Cache Size suggested for the workload:\n"
             "----------------------------------------------\n"
             "Cache Size\t\t: 0.00 GB\n"
@@ -231,6 +232,7 @@ TEST_F(CacheStats, SearchKeepsGoingOnAGainOfExactlyOnePoint) {
             "dev0\t    6.00 GB\n"
             "dev2\t    6.00 GB\n"
             "8 48\t    0.00 GB\n"
+            "8 64\t    0.00 GB\n"
             "\n",
             out);
   EXPECT_EQ(0, w_flag);
