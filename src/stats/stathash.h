@@ -68,7 +68,10 @@ void vol_stathash_iter(stathash_iter *it, stathash *table);
 // The next entry, or null at the end (and on every later call).  Entries
 // must not be added or removed meanwhile; their counts may change.
 stat_ent *vol_stathash_nextent(stathash_iter *it);
-// Frees every pool chunk in one walk of the chain, then zeroes the table.
+// Frees every pool chunk in one walk of the chain, then zeroes the table
+// with one clearing of the array (never entry by entry).  Every entry of the
+// table dies with its chunk; pointers into it, the cold list's included,
+// must not be followed afterwards.
 void vol_stathash_reset(stathash *table);
 
 // Descending order by the full unsigned 32-bit acc_cnt of two entries (or
@@ -79,7 +82,10 @@ int cmp_acc_cnt(const void *a, const void *b);
 // ---- Entry pools ----------------------------------------------------------
 // Every chunk starts with a 64-bit link to the next chunk of the table's
 // pool chain; entries are carved upward from the byte after it, 56 bytes
-// apart.  The cursor belongs to the caller that fills the table.
+// apart, zero-filled.  Chunks come from zrvmutil_xmalloc (which reports a
+// failure itself) and belong to the table until vol_stathash_reset frees
+// them.  The cursor belongs to the caller that fills the table; an all-zero
+// cursor has no chunk.
 constexpr uint64_t STAT_CHUNK_BYTES = 0x200000; // growing-pool chunk, 2 MiB
 constexpr uint64_t STAT_CHUNK_ENTRIES = (STAT_CHUNK_BYTES - 8) / STAT_ENT_SIZE;
 static_assert(STAT_CHUNK_ENTRIES == 37449);
