@@ -2,13 +2,18 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <unistd.h>
 
 #include "common/pfmt.h"
 #include "common/xmalloc.h"
+#include "daemon/iostat_ctx.h"
+#include "profiler/cache_stats.h"
 #include "profiler/run_state.h"
+#include "profiler/sample_report.h"
+#include "profiler/trace_input.h"
 
 namespace {
 
@@ -68,6 +73,34 @@ void report_open_failure(const char *path, int error) {
   volpfmt(stderr, VOL_PFMT_ERROR, ":0: Could not open file:%s error num %d\n", path, error);
 }
 
+// Everything after the trace has been opened: aggregation, the sample
+// report, the user's size and then the search or, when nothing can be
+// predicted, the fixed-fraction table.
+void run_profile(FILE *trace, const profiler_args &args, iostat_ctx *ctx) {
+  vol_process_trace_input(trace, ctx);
+  fclose(trace);
+  // casize is overwritten by every replay below; the choice between the
+  // search and the table rests on the prediction alone.
+  const uint64_t predicted = casize;
+
+  vol_print_sample_info(args.device_map_path);
+
+  if (args.user_size != 0) {
+    casize = args.user_size;
+    vol_calc_userspec_statistics(args.out_path, ctx);
+  }
+
+  if (predicted != 0) {
+    vol_iter_cache_size(args.out_path, predicted, ctx);
+    return;
+  }
+  w_flag = 1;
+  fprintf(stderr, "\n\n---------------------------------------------------\n");
+  fprintf(stderr, "Cannot predict optimal cache size for the workload.\n");
+  fprintf(stderr, "---------------------------------------------------\n\n");
+  vol_lru_cache_storage(args.out_path, ctx);
+}
+
 } // namespace
 
 int profiler_main(int argc, char **argv) {
@@ -87,6 +120,14 @@ int profiler_main(int argc, char **argv) {
     report_open_failure(args.out_path, errno);
     return 1;
   }
-  fclose(trace);
+  // The statistics context holds a whole region table (4 MB): one per run,
+  // on the heap.
+  auto *ctx = static_cast<iostat_ctx *>(zrvmutil_xmalloc(sizeof(iostat_ctx)));
+  if (ctx == nullptr) {
+    fclose(trace);
+    return 1;
+  }
+  run_profile(trace, args, ctx);
+  free(ctx);
   return 0;
 }
