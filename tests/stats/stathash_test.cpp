@@ -62,21 +62,6 @@ TEST_F(StathashTest, IterationOfEmptyTableAndOfLastBucketOnly) {
   EXPECT_EQ(std::vector<stat_ent *>{last}, walk());
 }
 
-TEST_F(StathashTest, CountsMayChangeDuringIteration) {
-  put(1, 0, 1);
-  put(1 + P, 0, 1);
-  put(2, 0, 1);
-  stathash_iter it;
-  vol_stathash_iter(&it, table.get());
-  int visited = 0;
-  for (stat_ent *e = vol_stathash_nextent(&it); e != nullptr; e = vol_stathash_nextent(&it)) {
-    e->acc_cnt = CACHE_COLD | 5;
-    visited++;
-  }
-  EXPECT_EQ(3, visited);
-  EXPECT_EQ(CACHE_COLD | 5, vol_stathash_find(2, 0, table.get())->acc_cnt);
-}
-
 // Where an entry lands: (region + stored volid) mod 500009 in 64-bit
 // arithmetic, the sum wrapping before the remainder is taken.
 TEST_F(StathashTest, AddHashesRegionPlusWholeStoredVolid) {
@@ -134,14 +119,6 @@ TEST_F(StathashTest, FindKeepsOnlyLow16BitsOfTheKey) {
   EXPECT_EQ(nullptr, vol_stathash_find(20, 5, table.get()));
   // Even a lookup that lands in its bucket compares only 16 bits.
   EXPECT_EQ(nullptr, vol_stathash_find(20 + 0x10000, 5, table.get()));
-}
-
-TEST_F(StathashTest, FindReturnsNewestOfDuplicates) {
-  stat_ent *old_entry = put(42, 3);
-  stat_ent *new_entry = put(42, 3);
-  EXPECT_EQ(new_entry, vol_stathash_find(42, 3, table.get()));
-  EXPECT_EQ(old_entry, new_entry->next);
-  EXPECT_EQ(2u, table->count);
 }
 
 TEST_F(StathashTest, AddInCacheLinksBothWaysAndLeavesCount) {

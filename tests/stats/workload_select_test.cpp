@@ -265,13 +265,6 @@ TEST_F(WorkloadSelectTest, DebugLevelOneListsEveryUnskippedIndex) {
             out);
 }
 
-TEST_F(WorkloadSelectTest, SilentBelowDebugLevelOne) {
-  fill({{100, 40}, {10, 5}, {9, 55}});
-  testing::internal::CaptureStderr();
-  vol_calc_workload(ctx.get());
-  EXPECT_EQ("", testing::internal::GetCapturedStderr());
-}
-
 size_t occurrences(const std::string &text, const std::string &part) {
   size_t found = 0;
   for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
