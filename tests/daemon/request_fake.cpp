@@ -76,7 +76,8 @@ request_handler accum_answer(page_area area, std::vector<uint64_t> *offered) {
     buf->needed_size = bytes.size();
     if (buf->buf_size < bytes.size())
       return 0;
-    std::memcpy(reinterpret_cast<void *>(buf->pgarea), bytes.data(), bytes.size());
+    if (!bytes.empty())
+      std::memcpy(reinterpret_cast<void *>(buf->pgarea), bytes.data(), bytes.size());
     buf->page_count = area.pages();
     return 0;
   };
