@@ -80,10 +80,11 @@ std::vector<driver_request> parse_requests(const std::string &text) {
 }
 
 // The environment of the daemon: the test's own, less anything that could
-// change how it runs, plus the substitute driver and the C locale.  The
-// driver is preloaded in front of a sanitizer runtime (a sanitizer's own
-// ioctl wrapper would check the driver's records against the size encoded in
-// the request code), so AddressSanitizer must not insist on coming first.
+// change how it runs, plus the substitute driver and the C locale.  Only the
+// driver is preloaded; in a sanitizer build the runtime, which the daemon
+// links, then comes after it in the library list, and AddressSanitizer must
+// be told not to insist on coming first.  The driver's entry points pass
+// what they do not handle on to the runtime's, so nothing goes unchecked.
 std::vector<std::string> daemon_environment(const std::string &root) {
   std::vector<std::string> env;
   std::string asan = "verify_asan_link_order=0";
@@ -104,6 +105,7 @@ std::vector<std::string> daemon_environment(const std::string &root) {
   env.push_back("FAKEDRIVER_ROOT=" + root);
   env.push_back("FAKEDRIVER_SCENARIO=" + root + "/scenario");
   env.push_back("FAKEDRIVER_LOG=" + root + "/requests");
+  env.push_back("FAKEDRIVER_REAPER=" + std::to_string(getpid()));
   return env;
 }
 

@@ -12,8 +12,9 @@
 // becomes its child once the process it started has exited, and is waited
 // for like any child.  A daemon that has not ended by the deadline is killed
 // with SIGKILL (it ignores SIGTERM) and reaped: a run never leaves a daemon
-// behind.  Scenarios should end the daemon themselves, normally with a
-// failing update.
+// behind.  Should the test process itself be killed first (a test runner's
+// timeout), the substitute driver has the daemon killed with it.  Scenarios
+// should end the daemon themselves, normally with a failing update.
 
 #include <cstdint>
 #include <map>

@@ -38,7 +38,7 @@ TEST(DaemonStress, HundredsOfBackToBackCyclesLeaveOnlyWholeRecords) {
   daemon_sandbox box;
   box.write_scenario(s);
   daemon_run run =
-      box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"}, 600);
+      box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"}, 240);
   SCOPED_TRACE(run.describe().substr(0, 8000));
 
   ASSERT_FALSE(run.timed_out);

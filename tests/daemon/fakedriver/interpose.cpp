@@ -13,6 +13,9 @@
 //                        (driver_answers.h)
 //   FAKEDRIVER_ROOT      the directory standing for "/" for every path under
 //                        "/etc/zr"; without it such opens fail with EACCES
+//   FAKEDRIVER_REAPER    pid of the test process, a child subreaper that the
+//                        detached daemon is handed to; the daemon is then
+//                        killed when that process dies, however it dies
 //
 // Every C library entry point through which the daemon could open those
 // paths is replaced: open, open64, openat, openat64, their fortified forms,
@@ -21,6 +24,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +35,7 @@
 #include <pthread.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "daemon/kernel_requests.h"
@@ -132,8 +137,30 @@ void make_driver() {
   }
 }
 
+// The daemon ignores SIGTERM and runs for ever; it must not outlive the test
+// that started it, even one killed from outside (a test runner's timeout).
+// Its parent becomes the test process once the process the test started has
+// exited; only from then on is the parent's death the test's death.  Exit
+// status 98 when that never happens.
+void die_with_test_process() {
+  const char *reaper = std::getenv("FAKEDRIVER_REAPER");
+  if (reaper == nullptr)
+    return;
+  pid_t test = static_cast<pid_t>(std::atoi(reaper));
+  for (int i = 0; i < 10000 && getppid() != test; i++) {
+    timespec ms = {0, 1000000};
+    nanosleep(&ms, nullptr);
+  }
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != test) {
+    log_line("reaper_gone");
+    _exit(98);
+  }
+}
+
 int open_control_device(int flags) {
   pthread_once(&driver_once, make_driver);
+  die_with_test_process();
   std::string line = std::string("open ") + VOL_CONFIG_DEVICE + " flags=" + std::to_string(flags);
   if (driver->sc.no_device != 0) {
     log_line(line + " fail=" + std::to_string(driver->sc.no_device));
@@ -178,7 +205,7 @@ bool faking() { return std::getenv("FAKEDRIVER_SCENARIO") != nullptr; }
 // The optional mode argument exists only when the flags ask for creation.
 #define TAKE_MODE(flags, mode)                                                                     \
   mode_t mode = 0;                                                                                 \
-  if ((flags) & (O_CREAT | O_TMPFILE)) {                                                           \
+  if (((flags) & O_CREAT) != 0 || ((flags) & O_TMPFILE) == O_TMPFILE) {                            \
     va_list ap;                                                                                    \
     va_start(ap, flags);                                                                           \
     mode = static_cast<mode_t>(va_arg(ap, unsigned));                                              \
