@@ -30,10 +30,6 @@ char *volsetcat(const char *name) {
   return volsetcatalog(name, static_cast<unsigned>(volcat_name_to_id(name)), 0, 0);
 }
 
-static bool catd_is_open(nl_catd descriptor) {
-  return descriptor != reinterpret_cast<nl_catd>(-1) && descriptor != nullptr;
-}
-
 char *volsetcatalog(const char *name, unsigned catalog_id, unsigned component,
                     unsigned subcomponent) {
   free(catname);

@@ -19,6 +19,11 @@ extern unsigned libzrvm_component;       // [0]
 extern unsigned libzrvm_subcomponent;    // [0]
 extern char *applabel;                   // [null] program label, owned
 
+// A descriptor of -1 or 0 stands for "no catalogue".
+inline bool catd_is_open(nl_catd descriptor) {
+  return descriptor != reinterpret_cast<nl_catd>(-1) && descriptor != nullptr;
+}
+
 // Sets the locale from the environment, selects "zrvm.mesg" and the label.
 void setup_i18n(const char *label);
 // Selects the default catalogue by name (component and subcomponent 0).

@@ -45,10 +45,6 @@ void extract_cat_mid_str(int mode, const char *text, int *number, char **cat_nam
   *number = static_cast<int>(strtol(number_text, nullptr, 10));
 }
 
-static bool is_open(nl_catd descriptor) {
-  return descriptor != reinterpret_cast<nl_catd>(-1) && descriptor != nullptr;
-}
-
 // The catalogue to read message texts from: the default one, or a private
 // one named in the address, opened here and handed back through *opened.
 static nl_catd choose_catalog(const char *cat_name, char *path, size_t path_size,
@@ -61,7 +57,7 @@ static nl_catd choose_catalog(const char *cat_name, char *path, size_t path_size
   strcpy(path, dir);
   strcat(path, cat_name);
   nl_catd descriptor = catopen(path, NL_CAT_LOCALE);
-  if (is_open(descriptor)) *opened = descriptor;
+  if (catd_is_open(descriptor)) *opened = descriptor;
   return descriptor;
 }
 
@@ -73,7 +69,7 @@ void vol_getformat(const char *cat_name, int number, char *path, size_t path_siz
   if (number < 1 || Clocale) return;
 
   nl_catd descriptor = choose_catalog(cat_name, path, path_size, opened);
-  if (!is_open(descriptor)) {
+  if (!catd_is_open(descriptor)) {
     if (path_size > 0) path[0] = '\0';
     return;
   }
@@ -97,7 +93,7 @@ const char *gettxt(const char *address, const char *def) {
   const char *text;
   nl_catd opened;
   vol_getformat(cat_name, number, path, sizeof path, def, &text, &opened);
-  if (!is_open(opened)) return text;
+  if (!catd_is_open(opened)) return text;
   char *copy = strdup(text);
   catclose(opened);
   if (copy == nullptr) return fallback;

@@ -35,10 +35,6 @@ static const char *program_label(void) {
   return strncmp(applabel, "zrvm:", 5) == 0 ? applabel + 5 : applabel;
 }
 
-static bool is_open(nl_catd descriptor) {
-  return descriptor != reinterpret_cast<nl_catd>(-1) && descriptor != nullptr;
-}
-
 int volumivpfmt(FILE *stream, unsigned flags, unsigned catalog_id, unsigned component,
                 unsigned subcomponent, const char *text, va_list args) {
   unsigned header_field = flags & header_field_mask;
@@ -62,7 +58,7 @@ int volumivpfmt(FILE *stream, unsigned flags, unsigned catalog_id, unsigned comp
     header_count = fprintf(stream, "%s %s %s Q-%d-%d-%d ", "ZrVM", program_label(),
                            severity_word(severity), 5, static_cast<int>(identifier), number);
     if (header_field == header_only || header_count < 0) {
-      if (is_open(opened)) catclose(opened);
+      if (catd_is_open(opened)) catclose(opened);
       return header_count;
     }
   }
@@ -73,7 +69,7 @@ int volumivpfmt(FILE *stream, unsigned flags, unsigned catalog_id, unsigned comp
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   int text_count = vfprintf(stream, format, args);
 #pragma GCC diagnostic pop
-  if (is_open(opened)) catclose(opened);
+  if (catd_is_open(opened)) catclose(opened);
   if (text_count < 0) return -1;
   return header_count + text_count;
 }

@@ -15,10 +15,6 @@ namespace {
 const char german[] = "de_DE.UTF-8";
 const char english[] = "en_US.UTF-8";
 
-bool is_open(nl_catd descriptor) {
-  return descriptor != reinterpret_cast<nl_catd>(-1) && descriptor != nullptr;
-}
-
 // One sandbox per test process: compiling a locale takes a second or two.
 class CatalogTest : public testing::Test {
  protected:
@@ -63,7 +59,7 @@ TEST_F(CatalogTest, GermanLocaleOpensItsDefaultCatalogue) {
   EXPECT_STREQ("zrvm.mesg", catname);
   ASSERT_NE(nullptr, fq_catname);
   EXPECT_EQ(dir + "zrvm.mesg", fq_catname);
-  EXPECT_TRUE(is_open(catd));
+  EXPECT_TRUE(catd_is_open(catd));
 }
 
 struct print_case {
@@ -125,7 +121,7 @@ TEST_F(CatalogTest, PrivateCatalogueIsHandedBackToTheCaller) {
   const char *text = nullptr;
   nl_catd opened;
   vol_getformat("other.mesg", 3, path, sizeof path, "default", &text, &opened);
-  ASSERT_TRUE(is_open(opened));
+  ASSERT_TRUE(catd_is_open(opened));
   EXPECT_STREQ("aus other\n", text);
   EXPECT_EQ(sandbox->messages_root() + "/" + german + "/other.mesg", path);
   catclose(opened);
@@ -134,7 +130,7 @@ TEST_F(CatalogTest, PrivateCatalogueIsHandedBackToTheCaller) {
   std::string dir = cat_dir;
   vol_getformat("other.mesg", 3, path, dir.size() + strlen("other.mesg"), "default", &text,
                 &opened);
-  EXPECT_FALSE(is_open(opened));
+  EXPECT_FALSE(catd_is_open(opened));
   EXPECT_STREQ("default", text);
   EXPECT_STREQ("", path);
 }
@@ -155,7 +151,7 @@ TEST_F(CatalogTest, CPosixAndEnglishUseBuiltInTexts) {
     EXPECT_EQ(1, Clocale) << locale;
     EXPECT_EQ(nullptr, cat_dir) << locale;
     EXPECT_EQ(nullptr, catname) << locale;
-    EXPECT_FALSE(is_open(catd)) << locale;
+    EXPECT_FALSE(catd_is_open(catd)) << locale;
     EXPECT_EQ("ZrVM zriostatd ERROR Q-5-1-5267  Incorrect usage\n",
               pfmt_capture(0, ":5267: Incorrect usage\n").text)
         << locale;

@@ -11,7 +11,7 @@
 #include "common/message_catalog.h"
 
 inline void reset_i18n_state() {
-  if (catd != reinterpret_cast<nl_catd>(-1) && catd != nullptr) catclose(catd);
+  if (catd_is_open(catd)) catclose(catd);
   catd = reinterpret_cast<nl_catd>(-1);
   free(cat_dir);
   cat_dir = nullptr;
