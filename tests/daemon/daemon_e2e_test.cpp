@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <ctime>
 #include <gtest/gtest.h>
+#include <ostream>
 #include <string>
 #include <sys/stat.h>
 #include <tuple>
@@ -232,6 +233,8 @@ struct grow_case {
   std::vector<uint64_t> offers; // per interval with data
 };
 
+void PrintTo(const grow_case &c, std::ostream *os) { *os << c.name; }
+
 class GrowAndRetry : public ::testing::TestWithParam<grow_case> {};
 
 TEST_P(GrowAndRetry, OffersExactlyWhatTheDriverAskedForAndStartOverEachInterval) {
@@ -303,6 +306,8 @@ const std::string UPDATE_EPERM =
 // (wl_count, threshold, no_workload) of a cycle with one sample, and of a
 // fresh daemon's cycle whose only interval was skipped.
 const std::tuple<uint64_t, uint64_t, uint64_t> CUT{21, 6, 0}, NO_CUT{0, 5, 1};
+
+void PrintTo(const failure_case &c, std::ostream *os) { *os << c.name; }
 
 class RequestFailures : public ::testing::TestWithParam<failure_case> {};
 
