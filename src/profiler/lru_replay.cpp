@@ -2,6 +2,7 @@
 
 #include "profiler/lru_replay.h"
 
+#include "common/pfmt.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_input.h"
 #include "profiler/trace_line.h"
@@ -175,7 +176,12 @@ void vol_apply_lru(const char *path, iostat_ctx *ctx) {
   // the node block becomes the whole of its pool.
   canodebuf = stat_pool_cursor{};
   cache_area.count = 0;
-  (void)vol_stathash_pool_push_block(&cache_area, casize, &canodebuf);
+  // Without a pool the replay still counts every read, with a cache that
+  // admits nothing.  A size whose block would not even fit in 64 bits never
+  // reaches the allocator, so its failure is reported here instead.
+  if (!vol_stathash_pool_push_block(&cache_area, casize, &canodebuf) &&
+      casize > (UINT64_MAX - sizeof(uint64_t)) / STAT_ENT_SIZE)
+    volpfmt(stderr, VOL_PFMT_ERROR, ":734:Memory allocation failure\n");
 
   // A trace that cannot be opened now (it was readable when the run began)
   // replays as an empty one.

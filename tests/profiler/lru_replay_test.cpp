@@ -303,6 +303,17 @@ TEST_F(LruReplay, ReplayLeavesItsTablesEmpty) {
   EXPECT_EQ(nullptr, canodebuf.chunk);
 }
 
+TEST_F(LruReplay, CacheTooLargeToAllocateStillCountsEveryRead) {
+  // 2^64 - 1 nodes of 56 bytes cannot be asked for: the allocation failure
+  // is reported and the replay goes on with a cache that admits nothing.
+  testing::internal::CaptureStderr();
+  std::vector<uint64_t> figures = replay("8 0 0 1\n8 0 0 1\n", UINT64_MAX);
+  std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ((std::vector<uint64_t>{0, 2}), figures);
+  EXPECT_NE(std::string::npos, err.find("Q-5-1-734 Memory allocation failure\n")) << err;
+  EXPECT_EQ(nullptr, cache_area.pool);
+}
+
 TEST_F(LruReplay, MissingTraceReplaysAsEmpty) {
   casize = 4;
   vol_apply_lru(dir_.file("absent").c_str(), nullptr);
