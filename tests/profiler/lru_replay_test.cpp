@@ -64,10 +64,6 @@ TEST_F(LruReplay, ThresholdIsThatOfThePreviousInterval) {
     EXPECT_EQ(c.threshold, get_threshold_from_workload(c.t)) << "t = " << c.t;
 }
 
-TEST_F(LruReplay, ThresholdWithoutAnyWorkloadIsZero) {
-  EXPECT_EQ(0u, get_threshold_from_workload(1200));
-}
-
 TEST_F(LruReplay, AdmitsWhenTheIntervalCountReachesTheThreshold) {
   open_cache_pool(4);
   thrshold = 2;
