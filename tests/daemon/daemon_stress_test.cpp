@@ -1,9 +1,12 @@
-// Long runs of the real daemon: cycles back to back, and the harness's own
-// promise never to leave a daemon behind.
+// Long runs of the real daemon: cycles back to back; and the harness's own
+// promises: never to leave a daemon behind, never to let it touch /etc.
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -81,6 +84,38 @@ TEST(DaemonHarness, KillsADaemonThatOutlivesItsDeadline) {
   EXPECT_EQ(-1, kill(run.pid, 0)); // reaped: no such process any more
   EXPECT_EQ(ESRCH, errno);
   EXPECT_EQ(1u, run.named("start").size()); // it was running, waiting to sample
+}
+
+// The dynamic symbols of an ELF file that `nm -D` lists with `option`.
+std::set<std::string> dynamic_symbols(const std::string &file, const char *option) {
+  std::set<std::string> names;
+  std::string cmd = std::string("nm -D ") + option + " '" + file + "'";
+  FILE *nm = popen(cmd.c_str(), "r");
+  if (nm == nullptr)
+    return names;
+  char line[512];
+  while (std::fgets(line, sizeof line, nm) != nullptr) {
+    std::string l = line;
+    std::string name = l.substr(l.find_last_of(' ') + 1);
+    name = name.substr(0, name.find_first_of("@\n"));
+    names.insert(name);
+  }
+  EXPECT_EQ(0, pclose(nm)) << cmd;
+  return names;
+}
+
+// Whatever the daemon may open a file by name with must be one the driver
+// replaces, or the daemon would open the machine's /etc/zr for real.
+TEST(DaemonHarness, DriverReplacesEveryWayTheDaemonOpensAPath) {
+  std::set<std::string> imported = dynamic_symbols(ZRIOSTATD_BIN, "--undefined-only");
+  std::set<std::string> replaced = dynamic_symbols(FAKEDRIVER_LIB, "--defined-only");
+  ASSERT_TRUE(imported.count("ioctl")) << "nm found no imports";
+  std::regex opens("(__)?(open|openat|creat|fopen|freopen)(64)?(_2)?");
+  for (const std::string &name : imported) {
+    if (std::regex_match(name, opens)) {
+      EXPECT_TRUE(replaced.count(name)) << name;
+    }
+  }
 }
 
 } // namespace
