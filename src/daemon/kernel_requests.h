@@ -14,6 +14,9 @@ struct iostat_info;
 
 // "V", "O", "L" in the three high bytes, 0xFE in the low byte.
 constexpr unsigned long VOL_IOCTL_CMD = 0x564F4CFEUL;
+static_assert(VOL_IOCTL_CMD == ((static_cast<unsigned long>('V') << 24) |
+                               (static_cast<unsigned long>('O') << 16) |
+                               (static_cast<unsigned long>('L') << 8) | 0xFEUL));
 
 // Sub-command numbers, carried in the envelope's first word.
 enum vol_iostat_subcommand : int32_t {

@@ -53,16 +53,6 @@ bytes serialise(const wl_header &hdr, const guidmap_blk *map, const wrkload_ent 
   return out;
 }
 
-TEST(WorkloadRecord, BigEndianStores) {
-  unsigned char b[8];
-  vol_put_be16(b, 0x0102);
-  EXPECT_EQ((bytes{1, 2}), bytes(b, b + 2));
-  vol_put_be32(b, 0x01020304);
-  EXPECT_EQ((bytes{1, 2, 3, 4}), bytes(b, b + 4));
-  vol_put_be64(b, 0x0102030405060708ULL);
-  EXPECT_EQ((bytes{1, 2, 3, 4, 5, 6, 7, 8}), bytes(b, b + 8));
-}
-
 TEST(WorkloadRecord, HeaderFieldsAtTheirPackedOffsets) {
   wrkload_rec rec{};
   rec.info_word = 0x11223344;
@@ -184,23 +174,6 @@ TEST(WorkloadRecord, DetailPastTheRegionArrayStaysZero) {
   ASSERT_EQ(136u + 48u, out.size());
   EXPECT_EQ((bytes{0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 6, 0, 0, 0, 9}), slice(out, 152, 16));
   EXPECT_EQ(bytes(16, 0), slice(out, 168, 16));
-}
-
-TEST(WorkloadRecord, RecordSizes) {
-  struct size_case {
-    uint32_t nvols;
-    uint64_t wl_count;
-    bool details;
-    uint64_t size;
-  };
-  for (size_case c : {size_case{0, 5, false, 136}, size_case{2, 5, false, 176},
-                      size_case{2, 5, true, 256}, size_case{1000, 1, true, 20152}}) {
-    uint64_t size = 0;
-    ASSERT_TRUE(vol_workload_record_size(c.nvols, c.wl_count, c.details, &size));
-    EXPECT_EQ(c.size, size);
-  }
-  uint64_t size = 0;
-  EXPECT_FALSE(vol_workload_record_size(1, UINT64_MAX / 8, true, &size));
 }
 
 } // namespace

@@ -134,14 +134,4 @@ TEST_F(WorkloadWriter, UnopenableFileIsReportedAndClears) {
   expect_record_cleared();
 }
 
-TEST_F(WorkloadWriter, StopSentinelEndsAtOnce) {
-  select(3);
-  wrkload_handoff handoff{nullptr, "unused"};
-  pthread_t t;
-  ASSERT_EQ(0, pthread_create(&t, nullptr, vol_write_workload, &handoff));
-  ASSERT_EQ(0, pthread_join(t, nullptr));
-  EXPECT_EQ(3u, ctx->wrkload.wl_count);
-  free(ctx->wrkload.regions);
-}
-
 } // namespace
