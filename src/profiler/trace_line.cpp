@@ -2,13 +2,16 @@
 
 #include "profiler/trace_line.h"
 
+#include "profiler/trace_scan.h"
+
 bool vol_trace_read_line(FILE *trace, trace_line *line) {
   char buf[TRACE_LINE_BUF];
   if (fgets(buf, sizeof(buf), trace) == nullptr)
     return false;
   // The conversion count is deliberately not examined: fields the text
-  // does not supply keep the previous line's values.
-  (void)sscanf(buf, "%d %d %llu %llu", &line->major, &line->minor, &line->start, &line->length);
+  // does not supply keep the previous line's values.  The scanner converts
+  // as sscanf(buf, "%d %d %llu %llu", ...) would, several times faster.
+  (void)vol_scan_trace_fields(buf, line);
   return true;
 }
 
