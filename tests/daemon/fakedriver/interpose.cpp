@@ -20,7 +20,11 @@
 // Every C library entry point through which the daemon could open those
 // paths is replaced: open, open64, openat, openat64, their fortified forms,
 // creat, fopen and fopen64.  Each passes everything else on unchanged to the
-// next definition (the C library, or a sanitizer runtime in between).
+// next definition (the C library, or a sanitizer runtime in between).  The
+// open of "/dev/zr/config" hands out a descriptor of /dev/null, and ioctl
+// with the statistics request code on that descriptor is answered here.
+// pthread_exit is counted on its way through: it tells when the writer
+// threads are done.
 
 #include <atomic>
 #include <cerrno>
