@@ -17,10 +17,11 @@
 //                        detached daemon is handed to; the daemon is then
 //                        killed when that process dies, however it dies
 //
-// By hand (a sanitizer build also needs ASAN_OPTIONS=verify_asan_link_order=0,
+// By hand, with absolute paths (the daemon changes to "/" before it reads
+// them; a sanitizer build also needs ASAN_OPTIONS=verify_asan_link_order=0,
 // since the runtime then comes after this library):
 //   mkdir -p /tmp/zr/etc/zr/log
-//   export FAKEDRIVER_SCENARIO=scenario FAKEDRIVER_LOG=/tmp/zr/requests
+//   export FAKEDRIVER_SCENARIO=/tmp/zr/scenario FAKEDRIVER_LOG=/tmp/zr/requests
 //   export FAKEDRIVER_ROOT=/tmp/zr LD_PRELOAD=.../libfakedriver.so
 //   zriostatd -x interval=0 -x numiter=1 -x writefile=details
 //
