@@ -29,6 +29,10 @@ void vol_iostat_sample(iostat_ctx *ctx, vol_loop_state *state) {
   int32_t wait = vol_sample_wait(state->prev_duration, interval);
   if (wait != 0)
     poll(nullptr, 0, wait);
+  // The previous cycle's writer has had the wait to finish.  Joining it here
+  // as well as at the cycle end means no exit on a fatal driver answer
+  // leaves a writer behind.
+  vol_join_writer(state);
 
   time_t start = time(nullptr);
   if (vol_iostat_info(&ctx->info) != 0 || vol_get_iostat_pages(ctx) != 0) {

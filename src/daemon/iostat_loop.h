@@ -37,8 +37,8 @@ void vol_iostat_loop(iostat_ctx *ctx);
 // in seconds and is subtracted from milliseconds as it stands.
 int32_t vol_sample_wait(int32_t prev_duration, int32_t interval_ms);
 
-// One sample: waits (poll on no descriptors; a wait of 0 is skipped), then
-// refreshes ctx->info and fetches the pages.  A failed request counts as a
+// One sample: waits (poll on no descriptors; a wait of 0 is skipped), joins
+// the previous writer, then refreshes ctx->info and fetches the pages.  A failed request counts as a
 // sample taken with duration 0.  Advances state->sample.
 void vol_iostat_sample(iostat_ctx *ctx, vol_loop_state *state);
 
