@@ -4,6 +4,8 @@
 
 #include "stats/stathash.h"
 
+#include "stats/pool_chunk.h"
+
 #include <cstring>
 
 #include "common/xmalloc.h"
@@ -11,16 +13,6 @@
 namespace {
 
 constexpr uint64_t CHUNK_LINK_BYTES = 8;
-
-void *chunk_link(void *chunk) {
-  void *link;
-  std::memcpy(&link, chunk, sizeof(link));
-  return link;
-}
-
-void set_chunk_link(void *chunk, void *link) {
-  std::memcpy(chunk, &link, sizeof(link));
-}
 
 void point_cursor(stat_pool_cursor *cursor, void *chunk, uint64_t bytes) {
   char *base = static_cast<char *>(chunk);

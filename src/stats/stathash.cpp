@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "stats/pool_chunk.h"
+
 namespace {
 
 // Lookups and additions deliberately hash different volid widths (see
@@ -13,16 +15,6 @@ namespace {
 // the wrap-around of region + volid is the same 64-bit one everywhere.
 uint64_t bucket_of(uint64_t region, uint64_t volid) {
   return (region + volid) % STATHASH_BUCKETS;
-}
-
-void *chunk_link(void *chunk) {
-  void *link;
-  std::memcpy(&link, chunk, sizeof(link));
-  return link;
-}
-
-void set_chunk_link(void *chunk, void *link) {
-  std::memcpy(chunk, &link, sizeof(link));
 }
 
 } // namespace
