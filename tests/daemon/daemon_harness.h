@@ -9,12 +9,11 @@
 //   EXPECT_EQ(1, run.status);
 //
 // The test process makes itself a child subreaper, so the detached daemon
-// becomes its child once the process it started has exited, and is waited
-// for like any child.  A daemon that has not ended by the deadline is killed
-// with SIGKILL (it ignores SIGTERM) and reaped: a run never leaves a daemon
-// behind.  Should the test process itself be killed first (a test runner's
-// timeout), the substitute driver has the daemon killed with it.  Scenarios
-// should end the daemon themselves, normally with a failing update.
+// becomes its child once the process it started has exited.  A daemon that
+// has not ended by the deadline is killed by pid with SIGKILL (it ignores
+// SIGTERM) and reaped; should the test process itself be killed first, the
+// substitute driver has the daemon killed with it.  Scenarios should end the
+// daemon themselves, normally with a failing update.
 
 #include <cstdint>
 #include <map>
@@ -24,15 +23,12 @@
 
 #include "support/temp_dir.h"
 
-// One line of the substitute driver's request log: the request's name and
-// its key=value fields (flags without a value map to "").
+// One line of the substitute driver's request log: its first word and its
+// key=value fields.
 struct driver_request {
   std::string name;
   std::map<std::string, std::string> fields;
-
-  bool has(const std::string &key) const { return fields.count(key) != 0; }
-  // The numeric value of a field; 0 when it is missing.
-  uint64_t num(const std::string &key) const;
+  uint64_t num(const std::string &key) const; // 0 when missing
 };
 
 struct daemon_run {
@@ -44,15 +40,12 @@ struct daemon_run {
   std::string log;          // the daemon's log file
   std::string stats;        // the statistics file, empty if absent
   std::string launcher_err; // standard error of the process started
-  std::vector<driver_request> requests; // the request log, in order
+  std::string request_log;  // the substitute driver's log, as written
+  std::vector<driver_request> requests;
 
-  // The requests with this name, in order.
   std::vector<driver_request> named(const std::string &name) const;
-  // The lines of the daemon's log, without their line ends.
   std::vector<std::string> log_lines() const;
-  // How many log lines contain `text`.
-  int log_lines_with(const std::string &text) const;
-  // Log, request log and launcher output, for failure messages.
+  // Everything above, for failure messages.
   std::string describe() const;
 };
 
@@ -62,8 +55,8 @@ public:
   const std::string &root() const { return dir_.path(); }
   std::string log_path() const { return root() + "/etc/zr/log/zriostatd.log"; }
   std::string stats_path() const { return root() + "/etc/zr/.zrvm_stats"; }
-  std::string write_file(const std::string &name, const std::string &text) const {
-    return dir_.write(name, text);
+  void write_file(const std::string &name, const std::string &text) const {
+    dir_.write(name, text);
   }
   void write_scenario(const std::string &text) const { write_file("scenario", text); }
 
@@ -75,7 +68,6 @@ private:
   scoped_temp_dir dir_;
 };
 
-// ---- Scenario text ------------------------------------------------------------
 // `n` consecutive regions of one volume, each counted `count` times.
 struct region_run {
   uint32_t volid;
@@ -83,5 +75,5 @@ struct region_run {
   uint32_t n;
   uint32_t count;
 };
-// A "sample" line with the runs' entries in order.
+// A scenario "sample" line with the runs' entries in order.
 std::string sample_line(const std::vector<region_run> &runs);

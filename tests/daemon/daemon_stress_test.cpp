@@ -3,14 +3,16 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <gtest/gtest.h>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "daemon/daemon_harness.h"
 #include "daemon/stats_record.h"
+#include "support/run_binary.h"
 
 namespace {
 
@@ -30,41 +32,36 @@ TEST(DaemonStress, HundredsOfBackToBackCyclesLeaveOnlyWholeRecords) {
   // 40; the warm indices h .. h + 4 fall (40 + k % 5) / 6 = 6 or 7 against
   // the hot entry 5 above, the rest fall 1: the cut is at h, threshold 6,
   // and the 10 warm ties give wl_count = h + 1 + 10.
-  for (uint64_t k = 0; k < cycles; k++) {
-    uint32_t h = 10 + k % 7;
-    s += sample_line({{7, 1000 * k, h, static_cast<uint32_t>(40 + k % 5)},
+  for (uint64_t k = 0; k < cycles; k++)
+    s += sample_line({{7, 1000 * k, static_cast<uint32_t>(10 + k % 7),
+                       static_cast<uint32_t>(40 + k % 5)},
                       {300, 1000 * k + 100, 10, 6},
                       {263, 1000 * k + 200, 100, 1}});
-  }
-  s += "fail update " + std::to_string(cycles + 1) + " EPERM\n";
   daemon_sandbox box;
-  box.write_scenario(s);
+  box.write_scenario(s + "fail update " + std::to_string(cycles + 1) + " EPERM\n");
   daemon_run run =
       box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"}, 240);
   SCOPED_TRACE(run.describe().substr(0, 8000));
 
   ASSERT_FALSE(run.timed_out);
   EXPECT_EQ(1, run.status);
-  EXPECT_EQ(0, run.log_lines_with("Sanitizer"));
-  EXPECT_EQ(0, run.log_lines_with("runtime error"));
-  EXPECT_EQ(2u, run.log_lines().size());
-
+  EXPECT_EQ(2u, run.log_lines().size()); // started, update refused: no sanitizer report
   std::vector<stats_record> recs;
   std::string why;
   ASSERT_TRUE(decode_stats_file(run.stats, &recs, &why)) << why;
   ASSERT_EQ(cycles, recs.size());
   for (uint64_t k = 0; k < cycles; k++) {
     const stats_record &r = recs[k];
-    uint64_t h = 10 + k % 7;
+    const uint64_t h = 10 + k % 7;
     SCOPED_TRACE("record " + std::to_string(k));
-    ASSERT_EQ(h + 11, r.wl_count);
-    ASSERT_EQ(h + 110, r.nregions);
-    ASSERT_EQ(6u, r.threshold);
-    ASSERT_EQ(5u, r.drop_factor);
-    ASSERT_EQ(h, r.last5_idx);
-    ASSERT_EQ(3u, r.nvols);
-    ASSERT_EQ(1u, r.details);
-    ASSERT_TRUE(r.reserved_zero && r.volume_padding_zero);
+    ASSERT_EQ(h + 11, r.h[WL_COUNT]);
+    ASSERT_EQ(h + 110, r.h[NREGIONS]);
+    ASSERT_EQ(6u, r.h[THRESHOLD]);
+    ASSERT_EQ(5u, r.h[DROP_FACTOR]);
+    ASSERT_EQ(h, r.h[LAST5_IDX]);
+    ASSERT_EQ(3u, r.volumes.size());
+    ASSERT_TRUE(r.zeros_kept);
+    ASSERT_EQ(h + 11, r.detail.size());
     ASSERT_EQ(7u, r.detail[0].volid);
     ASSERT_EQ(k, r.detail[0].region / 1000);
     ASSERT_EQ(40 + k % 5, r.detail[0].acc_cnt);
@@ -87,35 +84,15 @@ TEST(DaemonHarness, KillsADaemonThatOutlivesItsDeadline) {
 
 // The dynamic symbols of an ELF file that `nm -D` lists with `option`.
 std::set<std::string> dynamic_symbols(const std::string &file, const char *option) {
+  run_result nm = run_program("/usr/bin/nm", {"-D", option, file});
+  EXPECT_EQ(0, nm.exit_status) << nm.err;
   std::set<std::string> names;
-  std::string cmd = std::string("nm -D ") + option + " '" + file + "'";
-  FILE *nm = popen(cmd.c_str(), "r");
-  if (nm == nullptr)
-    return names;
-  char line[512];
-  while (std::fgets(line, sizeof line, nm) != nullptr) {
-    std::string l = line;
-    std::string name = l.substr(l.find_last_of(' ') + 1);
-    name = name.substr(0, name.find_first_of("@\n"));
-    names.insert(name);
+  std::istringstream lines(nm.out);
+  for (std::string line; std::getline(lines, line);) {
+    line = line.substr(line.find_last_of(' ') + 1);
+    names.insert(line.substr(0, line.find('@')));
   }
-  EXPECT_EQ(0, pclose(nm)) << cmd;
   return names;
-}
-
-// open, openat, creat, fopen, freopen and their "__" / "64" / "_2" forms.
-bool opens_a_path(std::string name) {
-  auto strip = [&name](const std::string &affix, bool front) {
-    bool has = name.size() > affix.size() &&
-               name.compare(front ? 0 : name.size() - affix.size(), affix.size(), affix) == 0;
-    if (has)
-      name.erase(front ? 0 : name.size() - affix.size(), affix.size());
-  };
-  strip("__", true);
-  strip("_2", false);
-  strip("64", false);
-  return name == "open" || name == "openat" || name == "creat" || name == "fopen" ||
-         name == "freopen";
 }
 
 // Whatever the daemon may open a file by name with must be one the driver
@@ -124,11 +101,9 @@ TEST(DaemonHarness, DriverReplacesEveryWayTheDaemonOpensAPath) {
   std::set<std::string> imported = dynamic_symbols(ZRIOSTATD_BIN, "--undefined-only");
   std::set<std::string> replaced = dynamic_symbols(FAKEDRIVER_LIB, "--defined-only");
   ASSERT_TRUE(imported.count("ioctl")) << "nm found no imports";
-  for (const std::string &name : imported) {
-    if (opens_a_path(name)) {
-      EXPECT_TRUE(replaced.count(name)) << name;
-    }
-  }
+  const std::regex opener("(__)?(open|openat|creat|fopen|freopen)(64)?(_2)?");
+  for (const std::string &name : imported)
+    EXPECT_TRUE(!std::regex_match(name, opener) || replaced.count(name)) << name;
 }
 
 } // namespace

@@ -9,48 +9,36 @@
 
 namespace {
 
-uint64_t round8(uint64_t n) { return (n + VOL_PAGE_ALIGN - 1) / VOL_PAGE_ALIGN * VOL_PAGE_ALIGN; }
-
-// The scenario's errno for this request (already counted), or 0.
-int scripted_failure(const fake_driver *d, fake_request request) {
-  for (const fake_failure &f : d->sc.failures)
-    if (f.request == request && f.nth == d->received[request])
-      return f.err;
-  return 0;
+std::string field(const char *key, uint64_t value) {
+  return std::string(" ") + key + "=" + std::to_string(value);
 }
 
-// Page area bytes an answer of n entries needs: full pages of page_entries,
-// each counting page_slack extra bytes and starting 8-byte aligned.
-uint64_t bytes_needed(const fake_scenario &sc, size_t n) {
-  uint64_t total = 0;
-  for (size_t done = 0; done < n; done += sc.page_entries) {
-    size_t in_page = std::min<size_t>(sc.page_entries, n - done);
-    total += round8(sizeof(vol_page_hdr) + in_page * sizeof(vol_page_ent) + sc.page_slack);
-  }
-  return total;
-}
+uint64_t round8(uint64_t n) { return (n + 7) / 8 * 8; }
 
-// Lays the entries out in pages at area; returns the page count.
-uint32_t write_pages(const fake_scenario &sc, const fake_sample &s, unsigned char *area) {
-  uint32_t pages = 0;
-  for (size_t done = 0; done < s.size(); done += sc.page_entries, pages++) {
-    uint32_t in_page = static_cast<uint32_t>(std::min<size_t>(sc.page_entries, s.size() - done));
+// Lays the entries out in full pages of page_entries, each page's size
+// counting page_slack extra bytes and the next page starting 8-byte aligned.
+// Writes nothing when area is null; returns the bytes taken and the pages.
+uint64_t lay_out(const fake_scenario &sc, const fake_sample &s, unsigned char *area,
+                 uint32_t *pages) {
+  uint64_t at = 0;
+  *pages = 0;
+  for (size_t done = 0; done < s.size(); done += sc.page_entries, ++*pages) {
     vol_page_hdr hdr{};
-    hdr.size = static_cast<uint32_t>(sizeof hdr + in_page * sizeof(vol_page_ent) + sc.page_slack);
-    hdr.max = sc.page_entries;
-    hdr.nument = in_page;
-    std::memcpy(area, &hdr, sizeof hdr);
-    for (uint32_t i = 0; i < in_page; i++) {
-      const fake_entry &e = s[done + i];
+    hdr.nument = static_cast<uint32_t>(std::min<size_t>(sc.page_entries, s.size() - done));
+    hdr.max = static_cast<uint32_t>(sc.page_entries);
+    hdr.size = static_cast<uint32_t>(sizeof hdr + hdr.nument * sizeof(vol_page_ent) + sc.page_slack);
+    for (uint32_t i = 0; area != nullptr && i < hdr.nument; i++) {
       vol_page_ent ent{};
-      ent.volid = e.volid;
-      ent.acc_cnt = e.count;
-      ent.region = e.region;
-      std::memcpy(area + sizeof hdr + i * sizeof ent, &ent, sizeof ent);
+      ent.volid = s[done + i].volid;
+      ent.acc_cnt = s[done + i].count;
+      ent.region = s[done + i].region;
+      std::memcpy(area + at + sizeof hdr + i * sizeof ent, &ent, sizeof ent);
     }
-    area += round8(hdr.size);
+    if (area != nullptr)
+      std::memcpy(area + at, &hdr, sizeof hdr);
+    at += round8(hdr.size);
   }
-  return pages;
+  return at;
 }
 
 int answer_accum(fake_driver *d, vol_pgbuf_hdr *hdr, std::string *line) {
@@ -58,59 +46,45 @@ int answer_accum(fake_driver *d, vol_pgbuf_hdr *hdr, std::string *line) {
   const fake_scenario &sc = d->sc;
   bool have_data = d->next_sample < sc.samples.size();
   const fake_sample &s = have_data ? sc.samples[d->next_sample] : no_data;
-  uint64_t need = bytes_needed(sc, s.size());
-  uint64_t offer = hdr->buf_size;
-  *line += " offer=" + std::to_string(offer);
-  if (std::memcmp(hdr->guid, sc.guid, sizeof sc.guid) != 0 ||
-      hdr->pgarea != reinterpret_cast<uintptr_t>(hdr + 1)) {
-    *line += hdr->pgarea != reinterpret_cast<uintptr_t>(hdr + 1) ? " bad_area" : " bad_guid";
-    return EINVAL;
-  }
-  if (offer < need) {
-    hdr->needed_size = sc.creeping_need ? std::min(need, 2 * offer + 8) : need;
-    hdr->page_count = 0;
-    *line += " need=" + std::to_string(hdr->needed_size) + " pages=0";
-    return 0;
-  }
+  uint32_t pages;
+  uint64_t need = lay_out(sc, s, nullptr, &pages);
+  *line += field("offer", hdr->buf_size);
+  if (hdr->pgarea != reinterpret_cast<uintptr_t>(hdr + 1))
+    return *line += " bad_area", EINVAL;
+  if (std::memcmp(hdr->guid, sc.guid, sizeof sc.guid) != 0)
+    return *line += " bad_guid", EINVAL;
   hdr->needed_size = need;
-  hdr->page_count = write_pages(sc, s, reinterpret_cast<unsigned char *>(hdr + 1));
-  *line += " need=" + std::to_string(need) + " pages=" + std::to_string(hdr->page_count) +
-           " entries=" + std::to_string(s.size()) +
-           " sample=" + std::to_string(have_data ? d->next_sample + 1 : 0);
-  if (have_data)
-    d->next_sample++;
+  hdr->page_count = 0;
+  if (hdr->buf_size >= need) {
+    lay_out(sc, s, reinterpret_cast<unsigned char *>(hdr + 1), &hdr->page_count);
+    d->next_sample += have_data;
+  }
+  *line += field("need", need) + field("pages", hdr->page_count);
   return 0;
 }
 
 int answer_map(fake_driver *d, vol_map_req *req, std::string *line) {
-  const fake_scenario &sc = d->sc;
-  uint32_t capacity = req->count;
-  uint32_t n = static_cast<uint32_t>(sc.volumes.size());
+  const std::vector<fake_volume> &vols = d->sc.volumes;
+  uint32_t n = static_cast<uint32_t>(vols.size());
+  *line += field("capacity", req->count) + field("count", n);
+  req->done = req->count >= n ? 1 : 0;
   req->count = n;
-  req->done = capacity >= n ? 1 : 0;
-  if (req->done) {
-    auto *ents = reinterpret_cast<vol_map_ent *>(static_cast<uintptr_t>(req->entries));
-    for (uint32_t i = 0; i < n; i++) {
-      ents[i].volid = sc.volumes[i].volid;
-      std::memcpy(ents[i].guid, sc.volumes[i].guid, sizeof ents[i].guid);
-      ents[i].reserved = 0;
-    }
-    if (n > 0)
-      d->maps_answered++;
+  auto *ents = reinterpret_cast<vol_map_ent *>(static_cast<uintptr_t>(req->entries));
+  for (uint32_t i = 0; req->done && i < n; i++) {
+    ents[i].volid = vols[i].volid;
+    std::memcpy(ents[i].guid, vols[i].guid, sizeof ents[i].guid);
   }
-  *line += " capacity=" + std::to_string(capacity) + " count=" + std::to_string(n) +
-           " done=" + std::to_string(req->done);
+  d->maps_answered += req->done && n > 0;
+  *line += field("done", req->done);
   return 0;
 }
 
 int answer(fake_driver *d, fake_request request, void *arg, std::string *line) {
   const fake_scenario &sc = d->sc;
   switch (request) {
-  case FAKE_START:
-    return 0;
   case FAKE_INFO: {
     iostat_info info{};
-    info.info_word = sc.info_word;
+    info.info_word = static_cast<uint32_t>(sc.info_word);
     info.nvols = static_cast<uint32_t>(sc.nvols >= 0 ? static_cast<size_t>(sc.nvols)
                                                      : sc.volumes.size());
     info.pgbuf_size = sc.pgbuf_size;
@@ -119,50 +93,45 @@ int answer(fake_driver *d, fake_request request, void *arg, std::string *line) {
     return 0;
   }
   case FAKE_UPDATE:
-    if (std::memcmp(static_cast<vol_iostat_update_rec *>(arg)->guid, sc.guid, sizeof sc.guid)) {
-      *line += " bad_guid";
-      return EINVAL;
-    }
+    if (std::memcmp(static_cast<vol_iostat_update_rec *>(arg)->guid, sc.guid, sizeof sc.guid))
+      return *line += " bad_guid", EINVAL;
     return 0;
   case FAKE_ACCUM:
     return answer_accum(d, static_cast<vol_pgbuf_hdr *>(arg), line);
   case FAKE_MAP:
     return answer_map(d, static_cast<vol_map_req *>(arg), line);
-  case FAKE_NREQUESTS:
-    break;
+  default:
+    return 0;
   }
-  return EINVAL;
 }
 
 } // namespace
 
-int fake_answer(fake_driver *d, int32_t command, void *arg, int *err, std::string *line) {
+int fake_answer(fake_driver *d, int32_t command, void *arg, std::string *line) {
   if (command < VOL_IOSTAT_WORKLOAD_START || command > VOL_IOSTAT_GUID_VOLID_MAP) {
-    *line = "unknown command=" + std::to_string(command) + " fail=" + std::to_string(EINVAL);
-    *err = EINVAL;
-    return -1;
+    *line = "unknown" + field("command", static_cast<uint64_t>(command)) + field("fail", EINVAL);
+    return EINVAL;
   }
   auto request = static_cast<fake_request>(command - VOL_IOSTAT_WORKLOAD_START);
-  d->received[request]++;
+  uint64_t nth = ++d->received[request];
   *line = fake_request_names[request];
   // What the daemon sent is logged whether or not the request succeeds.
   if (request == FAKE_START)
-    *line += " flag=" + std::to_string(static_cast<vol_iostat_start_rec *>(arg)->start);
+    *line += field("flag", static_cast<vol_iostat_start_rec *>(arg)->start);
   if (request == FAKE_UPDATE) {
     auto *rec = static_cast<vol_iostat_update_rec *>(arg);
-    *line += " wl_count=" + std::to_string(rec->wl_count) +
-             " threshold=" + std::to_string(rec->threshold) +
-             " reserved=" + std::to_string(rec->reserved0) +
-             " no_workload=" + std::to_string(rec->no_workload);
+    *line += field("wl_count", rec->wl_count) + field("threshold", rec->threshold) +
+             field("reserved", rec->reserved0) + field("no_workload", rec->no_workload);
   }
   // A scripted failure leaves the argument record as it was, as a driver
   // that refuses a request copies nothing back.
-  int e = scripted_failure(d, request);
+  int e = 0;
+  for (const fake_failure &f : d->sc.failures)
+    if (f.request == request && f.nth == nth)
+      e = f.err;
   if (e == 0)
     e = answer(d, request, arg, line);
-  if (e == 0)
-    return 0;
-  *line += " fail=" + std::to_string(e);
-  *err = e;
-  return -1;
+  if (e != 0)
+    *line += field("fail", static_cast<uint64_t>(e));
+  return e;
 }

@@ -5,12 +5,9 @@
 // fails:
 //   start flag=F
 //   info
-//   accum offer=S need=N pages=P entries=E sample=K
-//       (S < N: pages=0 and the daemon must retry; K counts answers with
-//       data from 1, 0 when the samples are used up)
 //   update wl_count=W threshold=T reserved=R no_workload=F
+//   accum offer=S need=N pages=P     (S < N: pages=0, the daemon must retry)
 //   map capacity=C count=V done=D
-//   unknown command=C
 // A guid that the daemon sends back and that differs from the scenario's,
 // or a page area that is not where the header says, fails the request with
 // EINVAL and adds " bad_guid" or " bad_area" to the line.
@@ -22,11 +19,11 @@
 
 struct fake_driver {
   fake_scenario sc;
-  uint32_t received[FAKE_NREQUESTS] = {}; // requests of each kind so far
+  uint64_t received[FAKE_NREQUESTS] = {}; // requests of each kind so far
   size_t next_sample = 0;                 // next answer with data
   uint32_t maps_answered = 0;             // complete map answers with volumes
 };
 
 // Answers sub-command `command` with argument record `arg`.  Returns 0 on
-// success, -1 with *err set on failure; *line receives the log line.
-int fake_answer(fake_driver *d, int32_t command, void *arg, int *err, std::string *line);
+// success, or the errno of the failure; *line receives the log line.
+int fake_answer(fake_driver *d, int32_t command, void *arg, std::string *line);

@@ -1,36 +1,29 @@
 #pragma once
 // What the substitute kernel driver answers: a scenario, read from a text
-// file.  One directive a line, '#' starts a comment, numbers in C notation
-// (decimal, or 0x... hexadecimal):
+// file.  One directive a line, '#' starts a comment, numbers in C notation:
 //
 //   info <info_word> <pgbuf_size> [<nvols>]
 //       the VOL_IOSTAT_INFO reply; nvols defaults to the number of volumes
-//   guid <guid>
-//       the statistics guid of that reply; ACCUM and UPDATE must send it back
-//   volume <volid> <guid>
-//       one entry of the guid-volid map, in the driver's array order
+//   guid <guid>           the statistics guid of that reply; ACCUM and
+//                         UPDATE must send it back
+//   volume <volid> <guid> one entry of the guid-volid map, in array order
 //   sample <volid>:<region>:<count> ...
-//       one VOL_ACCUM_IOSTAT answer; successive lines are successive answers,
-//       and once they are used up every answer is empty (no pages)
-//   trace <dir>
-//       one answer per interval of the profiler trace "<dir>/out", appended
-//       to the answers so far (see trace_samples.h)
+//       one VOL_ACCUM_IOSTAT answer; successive lines are successive
+//       answers, and once they are used up every answer is empty
+//   trace <dir>           one answer per interval of the profiler trace
+//                         "<dir>/out", appended (see trace_samples.h)
 //   page_entries <n>      entries per page [1000]
 //   page_slack <bytes>    bytes a page's size counts beyond its entries [0],
 //                         so that the next page starts after 8-byte rounding
-//   creeping_need         an offer that is too small is answered with
-//                         min(need, 2 * offer + 8), as by a driver whose
-//                         counts keep growing: several retries in a row
 //   fail <request> <n> <errno>
-//       the n-th (from 1) request of that kind fails with errno (a name such
-//       as EPERM, or a number); request is start, info, update, accum or map
+//       the n-th (from 1) request of that kind fails with errno (EPERM,
+//       ENOENT or EIO); request is start, info, update, accum or map
 //   no_device <errno>     opening the control device fails with errno
 //
-// A guid is written in its text form, 8-4-4-4-12 hexadecimal digits (braces
-// optional), and is kept in memory as the daemon keeps it: a 32-bit group
-// and two 16-bit groups in host byte order, then eight single bytes.  The
-// workload file stores the groups big-endian, so its 16 guid bytes are the
-// 32 digits of the text read in order.
+// A guid is written 8-4-4-4-12 hexadecimal digits and kept as the daemon
+// keeps it: a 32-bit group and two 16-bit groups in host byte order, then
+// eight single bytes.  The workload file stores the groups big-endian, so
+// its 16 guid bytes are the 32 digits of the text read in order.
 
 #include <cstdint>
 #include <string>
@@ -45,36 +38,32 @@ using fake_sample = std::vector<fake_entry>;
 
 struct fake_volume {
   uint32_t volid;
-  uint8_t guid[16]; // as the driver hands it out (see above)
+  uint8_t guid[16];
 };
 
 enum fake_request { FAKE_START, FAKE_INFO, FAKE_UPDATE, FAKE_ACCUM, FAKE_MAP, FAKE_NREQUESTS };
-// "start", "info", "update", "accum", "map": the names the request log uses.
+// The names the scenario and the request log use, in that order.
 extern const char *const fake_request_names[FAKE_NREQUESTS];
 
 struct fake_failure {
   fake_request request;
-  uint32_t nth; // from 1
+  uint64_t nth; // from 1
   int err;
 };
 
 struct fake_scenario {
-  uint32_t info_word = 0;
+  uint64_t info_word = 0;
   uint64_t pgbuf_size = 65536;
   int64_t nvols = -1; // -1: the number of volumes
   uint8_t guid[16] = {};
   std::vector<fake_volume> volumes;
   std::vector<fake_sample> samples;
-  uint32_t page_entries = 1000;
-  uint32_t page_slack = 0;
-  bool creeping_need = false;
+  uint64_t page_entries = 1000;
+  uint64_t page_slack = 0;
   std::vector<fake_failure> failures;
   int no_device = 0; // errno for the open of the control device, 0: it opens
 };
 
-// Parses `text` into *sc.  Returns true on success; otherwise false with a
-// one-line reason (naming the line) in *error.
+// Parses `text` into *sc.  Returns true on success; otherwise false with the
+// number and first word of the offending line in *error.
 bool fake_parse_scenario(const std::string &text, fake_scenario *sc, std::string *error);
-
-// Parses a guid's text form into its 16 stored bytes; false if malformed.
-bool fake_parse_guid(const std::string &text, uint8_t guid[16]);
