@@ -50,18 +50,3 @@ FILE *text_file(const std::string &text) {
   rewind(f);
   return f;
 }
-
-scoped_store::scoped_store() : table_(static_cast<stathash *>(calloc(1, sizeof(stathash)))) {
-  if (table_ == nullptr)
-    abort();
-}
-
-scoped_store::~scoped_store() {
-  vol_stathash_reset(table_);
-  free(table_);
-}
-
-uint32_t scoped_store::count(uint64_t region, uint32_t id) {
-  stat_ent *e = vol_stathash_find(region, id, table_);
-  return e == nullptr ? 0 : e->acc_cnt;
-}

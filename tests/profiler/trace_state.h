@@ -1,11 +1,12 @@
 #pragma once
-// Test support for the trace input and the sample report: resets the
-// profiler's process-wide state between tests and feeds text in as files.
+// Test support for the trace input and the replay: resets the profiler's
+// process-wide trace state between tests and feeds text in as files.
 
 #include <cstdio>
 #include <string>
 
 #include "stats/stathash.h"
+#include "zeroed_heap.h"
 
 // Frees the device table, the interval list and the per-volume records, and
 // zeroes guniq_id, num_of_reads, duration, casize and the latencies.  The
@@ -16,17 +17,14 @@ void reset_trace_state();
 // removes it.
 FILE *text_file(const std::string &text);
 
-// Owns a zero (empty) region store on the heap; resets it on destruction.
-class scoped_store {
-public:
-  scoped_store();
-  ~scoped_store();
-  scoped_store(const scoped_store &) = delete;
-  scoped_store &operator=(const scoped_store &) = delete;
-  stathash *get() { return table_; }
+// An empty region store on the heap, emptied again on destruction.
+struct scoped_store {
+  zeroed_ptr<stathash> table = make_zeroed<stathash>();
+  ~scoped_store() { vol_stathash_reset(table.get()); }
+  stathash *get() { return table.get(); }
   // acc_cnt of (region, id), or 0 when the region was not counted.
-  uint32_t count(uint64_t region, uint32_t id);
-
-private:
-  stathash *table_;
+  uint32_t count(uint64_t region, uint32_t id) {
+    stat_ent *e = vol_stathash_find(region, id, table.get());
+    return e == nullptr ? 0 : e->acc_cnt;
+  }
 };
