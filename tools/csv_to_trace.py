@@ -3,7 +3,8 @@
 
 Reads rows of a comma-separated trace, keeps the reads, and writes
   out         "major minor start length" in 512-byte blocks, sorted by time,
-              with "0 0 0 0" closing every 600 seconds of trace time;
+              with "0 0 0 0" closing every 600 seconds of trace time
+              (--intervals keeps some of them);
   device_map  "name major minor size" per device, the size being the end of
               the furthest read seen (in blocks).
 Every device id of the CSV becomes device (--major, id); ids must be
@@ -33,6 +34,8 @@ def main():
     p.add_argument("--offset", type=int, required=True, help="column of the offset")
     p.add_argument("--size", type=int, required=True, help="column of the request size")
     p.add_argument("--bytes", action="store_true", help="offset and size are in bytes, not 512-byte sectors")
+    p.add_argument("--size-bytes", action="store_true", help="only the size is in bytes (rounded up to sectors)")
+    p.add_argument("--intervals", help="keep only these 600-second intervals (numbered from 0), in this order, e.g. 2,6")
     p.add_argument("--type", type=int, help="column of the request type (all rows are reads without it)")
     p.add_argument("--read", default="R", help="value of the type column that marks a read")
     p.add_argument("--device", type=int, help="column of the device id (one device 0 without it)")
@@ -41,31 +44,45 @@ def main():
     args = p.parse_args()
 
     reads = []
+    t0 = None
     with open(args.csv_file, newline="") as f:
         rows = csv.reader(f)
         if args.header:
             next(rows, None)
         for row in rows:
+            # Intervals count from the trace's first row, read or not.
+            t = float(row[args.time]) * args.time_unit * args.stretch
+            t0 = t if t0 is None else min(t0, t)
             if args.type is not None and row[args.type].strip() != args.read:
                 continue
             start, length = int(row[args.offset]), int(row[args.size])
             if args.bytes:
-                start, length = start // SECTOR, (length + SECTOR - 1) // SECTOR
+                start = start // SECTOR
+            if args.bytes or args.size_bytes:
+                length = (length + SECTOR - 1) // SECTOR
+            if length == 0:
+                continue  # the profiler skips zero-length reads anyway
             device = int(row[args.device]) if args.device is not None else 0
-            reads.append((float(row[args.time]) * args.time_unit * args.stretch, device, start, length))
+            reads.append((t, device, start, length))
     reads.sort(key=lambda r: r[0])
 
     os.makedirs(args.out_dir, exist_ok=True)
     extent = {}
+    intervals = {}
+    for t, device, start, length in reads:
+        intervals.setdefault(int((t - t0) // INTERVAL_SECONDS), []).append((device, start, length))
+    if args.intervals:
+        keep = [int(k) for k in args.intervals.split(",")]
+    else:
+        keep = list(range(max(intervals) + 1 if intervals else 0))
+    # The last interval needs no closing line: the end of the file ends it.
     with open(os.path.join(args.out_dir, "out"), "w") as out:
-        t0 = reads[0][0] if reads else 0.0
-        interval = 0
-        for t, device, start, length in reads:
-            while t - t0 >= (interval + 1) * INTERVAL_SECONDS:
+        for i, k in enumerate(keep):
+            for device, start, length in intervals.get(k, []):
+                out.write(f"{args.major} {device} {start} {length}\n")
+                extent[device] = max(extent.get(device, 0), start + length)
+            if i != len(keep) - 1:
                 out.write("0 0 0 0\n")
-                interval += 1
-            out.write(f"{args.major} {device} {start} {length}\n")
-            extent[device] = max(extent.get(device, 0), start + length)
     with open(os.path.join(args.out_dir, "device_map"), "w") as m:
         for device in sorted(extent):
             m.write(f"vol{device} {args.major} {device} {extent[device]}\n")
