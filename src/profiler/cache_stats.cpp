@@ -37,12 +37,6 @@ uint64_t float_to_u64(float f) {
   return (uint64_t)f;
 }
 
-void print_unpredictable_notice() {
-  fputs("\n\n---------------------------------------------------\n", stderr);
-  fputs("Cannot predict optimal cache size for the workload.\n", stderr);
-  fputs("---------------------------------------------------\n\n", stderr);
-}
-
 // Gives every device 0 .. guniq_id - 1 a vmaxwload_list record named after
 // it.  Devices met only in the device map were numbered after the maxima
 // were taken, so their records are made here with size 0.  Returns the
@@ -117,6 +111,12 @@ void print_volume_breakup(int multiplier) {
 }
 
 } // namespace
+
+void vol_print_unpredictable_notice(void) {
+  fputs("\n\n---------------------------------------------------\n", stderr);
+  fputs("Cannot predict optimal cache size for the workload.\n", stderr);
+  fputs("---------------------------------------------------\n\n", stderr);
+}
 
 void vol_calc_statistics(const char *path, float *size, iostat_ctx *ctx) {
   read_miss = 0;
@@ -203,7 +203,7 @@ void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx) 
   // Judged on the last replay, not on the reported one.
   if (rhs < PREDICTABLE_HIT_RATIO) {
     w_flag = 1;
-    print_unpredictable_notice();
+    vol_print_unpredictable_notice();
     vol_lru_cache_storage(path, ctx);
     return;
   }

@@ -34,6 +34,10 @@ void vol_lru_cache_storage(const char *path, iostat_ctx *ctx);
 // devices' vmaxwload_list records on the way (creating missing ones).
 void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx);
 
+// The three-line notice, on standard error, that no optimal cache size can
+// be predicted.
+void vol_print_unpredictable_notice(void);
+
 // Prints the average latency gain, its percentage and the forecast from
 // num_of_reads, read_hit, cache_lat and disk_lat; nothing when there were
 // no reads.

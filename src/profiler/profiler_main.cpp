@@ -95,9 +95,7 @@ void run_profile(FILE *trace, const profiler_args &args, iostat_ctx *ctx) {
     return;
   }
   w_flag = 1;
-  fprintf(stderr, "\n\n---------------------------------------------------\n");
-  fprintf(stderr, "Cannot predict optimal cache size for the workload.\n");
-  fprintf(stderr, "---------------------------------------------------\n\n");
+  vol_print_unpredictable_notice();
   vol_lru_cache_storage(args.out_path, ctx);
 }
 
