@@ -202,6 +202,22 @@ struct failure_case {
 
 void PrintTo(const failure_case &c, std::ostream *os) { *os << c.name; }
 
+// With numiter=0 every pass is a cycle end: no samples, so the driver's
+// information (and with it a volume count and a guid) never arrives, nothing
+// is selected, no map is asked for, and the updates follow back to back.
+TEST(DaemonE2e, NumiterZeroOnlyUpdates) {
+  daemon_sandbox box;
+  box.write_scenario("guid 00000000-0000-0000-0000-000000000000\ninfo 0 65536 1\n"
+                     "volume 7 01234567-89ab-cdef-0011-223344556677\nfail update 3 EPERM\n");
+  daemon_run run = box.run({"-x", "numiter=0"});
+  SCOPED_TRACE(run.describe());
+  ASSERT_EQ(1, run.status);
+  EXPECT_EQ(1u, run.named("start").size());
+  EXPECT_TRUE(run.named("info").empty() && run.named("accum").empty() && run.named("map").empty());
+  EXPECT_EQ((std::vector<update>{{0, 5, 1}, {0, 5, 1}, {0, 5, 1}}), updates(run));
+  EXPECT_EQ("", run.stats);
+}
+
 class RequestFailures : public ::testing::TestWithParam<failure_case> {};
 
 TEST_P(RequestFailures, EndOrSkipAsTheDriverAnswered) {
