@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/strlcpy.h"
 #include "common/xmalloc.h"
+#include "profiler/device_table.h"
 #include "profiler/lru_replay.h"
 #include "profiler/run_state.h"
 #include "profiler/sample_report.h"
@@ -20,7 +20,6 @@ namespace {
 constexpr int SEARCH_LAST_MULTIPLIER = 15;
 constexpr float SEARCH_MIN_GAIN = 1.0f;      // points of hit ratio a step must add
 constexpr float PREDICTABLE_HIT_RATIO = 25.0f;
-constexpr size_t NAME_BUF = 256;
 
 // Regions of 64 KiB to GB: float first, then double, narrowed at the end.
 float regions_to_gb(uint64_t regions) {
@@ -45,7 +44,7 @@ int32_t name_device_records() {
   const int32_t n = guniq_id;
   if (n <= 0 || !vol_vwload_reserve(static_cast<uint64_t>(n)))
     return 0;
-  char scratch[NAME_BUF];
+  char scratch[VOL_NAME_BUF];
   for (int32_t i = 0; i < n; i++) {
     memset(scratch, 0, sizeof(scratch));
     int32_t major = 0;
@@ -60,14 +59,8 @@ int32_t name_device_records() {
         return i;
       vmaxwload_list[i] = rec;
     }
-    // A search runs once per process; a buffer from an earlier naming is
-    // reused rather than dropped.
-    if (rec->name == nullptr) {
-      rec->name = static_cast<char *>(malloc(NAME_BUF));
-      if (rec->name == nullptr)
-        return i;
-    }
-    vol_strlcpy(rec->name, scratch, NAME_BUF);
+    if (!vol_set_name(&rec->name, scratch))
+      return i;
   }
   return n;
 }

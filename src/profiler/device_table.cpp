@@ -1,5 +1,8 @@
 #include "profiler/device_table.h"
 
+#include <cstdlib>
+
+#include "common/strlcpy.h"
 #include "common/xmalloc.h"
 #include "profiler/trace_input.h"
 
@@ -30,4 +33,14 @@ volid_ent *vol_new_device(int32_t major, int32_t minor) {
   e->next = volid_list[chain];
   volid_list[chain] = e;
   return e;
+}
+
+bool vol_set_name(char **buffer, const char *name) {
+  if (*buffer == nullptr) {
+    *buffer = static_cast<char *>(malloc(VOL_NAME_BUF));
+    if (*buffer == nullptr)
+      return false;
+  }
+  vol_strlcpy(*buffer, name, VOL_NAME_BUF);
+  return true;
 }

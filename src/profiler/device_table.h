@@ -4,6 +4,7 @@
 // number taken as unsigned 32-bit, modulo 10.  New devices are pushed at the
 // head of their chain and numbered densely from guniq_id.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "profiler/run_state.h"
@@ -20,3 +21,11 @@ volid_ent *vol_find_device(int32_t major, int32_t minor);
 // first.  When memory runs out the allocator's message is printed and the
 // process ends with status 1; the table never holds a number without room.
 volid_ent *vol_new_device(int32_t major, int32_t minor);
+
+// Size of every device name buffer: names are cut to 255 characters.
+constexpr size_t VOL_NAME_BUF = 256;
+
+// Copies name (bounded) into *buffer, allocating the 256-byte buffer on first
+// use and reusing it after, so naming a device again leaks nothing.  False,
+// with *buffer unchanged, when the buffer cannot be allocated.
+bool vol_set_name(char **buffer, const char *name);

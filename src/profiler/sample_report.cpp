@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr size_t NAME_BUF = 256;
 constexpr size_t MAP_LINE_BUF = 256;
 constexpr uint32_t FIRST_NAME_ROOM = 100;
 
@@ -34,20 +33,9 @@ bool append_name(device_name_list *list, const char *name) {
   return true;
 }
 
-// Gives the device its name from the map; a device named twice keeps the
-// later name, in the buffer it already has.
-void name_device(volid_ent *e, const char *name) {
-  if (e->name == nullptr) {
-    e->name = static_cast<char *>(malloc(NAME_BUF));
-    if (e->name == nullptr)
-      return;
-  }
-  vol_strlcpy(e->name, name, NAME_BUF);
-}
-
 // Without a map every device is shown by its numbers.
 void list_devices_by_number(device_name_list *list) {
-  char name[NAME_BUF];
+  char name[VOL_NAME_BUF];
   for (int32_t i = 0; i < guniq_id; i++) {
     int32_t major = 0;
     int32_t minor = 0;
@@ -68,7 +56,7 @@ void vol_free_device_names(device_name_list *list) {
 
 void vol_read_device_map(FILE *map, device_name_list *list) {
   char line[MAP_LINE_BUF];
-  char name[NAME_BUF] = "";
+  char name[VOL_NAME_BUF] = "";
   int major = 0;
   int minor = 0;
   unsigned long long size = 0;
@@ -79,7 +67,8 @@ void vol_read_device_map(FILE *map, device_name_list *list) {
     volid_ent *e = vol_find_device(major, minor);
     if (e == nullptr)
       e = vol_new_device(major, minor);
-    name_device(e, name);
+    // A device named twice keeps the later name.
+    (void)vol_set_name(&e->name, name);
     e->size = size;
     append_name(list, name);
   }
@@ -123,7 +112,7 @@ int vol_get_maj_minor(int32_t id, int32_t *major, int32_t *minor, char *name) {
       *major = e->major;
       *minor = e->minor;
       if (e->name != nullptr)
-        vol_strlcpy(name, e->name, NAME_BUF);
+        vol_strlcpy(name, e->name, VOL_NAME_BUF);
       return 1;
     }
   }
