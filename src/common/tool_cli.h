@@ -1,0 +1,19 @@
+#pragma once
+// Conventions shared by the companion tools (trace converter, statistics-file
+// reader, hit-ratio curve): exit statuses, the --version line and when to
+// show progress.  zriostatd itself keeps its own command line and statuses.
+
+// Exit statuses, as Unix tools use them.
+constexpr int TOOL_EXIT_OK = 0;         // the work was done
+constexpr int TOOL_EXIT_BAD_INPUT = 1;  // input that cannot be read or used
+constexpr int TOOL_EXIT_USAGE = 2;      // a command line that makes no sense
+
+// The package version, e.g. "1.0.0".
+const char *tool_version(void);
+
+// Prints "<prog> (zriostatd) <version>" and a newline to standard output.
+void tool_print_version(const char *prog);
+
+// True when standard error is a terminal: progress lines are for a person
+// watching, never for a log or a pipe.
+bool tool_progress_wanted(void);
