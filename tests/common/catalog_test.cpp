@@ -34,20 +34,24 @@ class scoped_env {
 
 // Real locales and catalogues in a private directory of this process, so
 // parallel test processes never share files.  localedef and gencat must be
-// installed: without them the tests fail.
+// installed: without them the tests fail.  Both read UTF-8 sources, so they
+// run in C.UTF-8 whatever the caller's locale (in the POSIX locale gencat
+// drops every message holding a non-ASCII character).
 class CatalogTest : public testing::Test {
  protected:
   // Compiles the system's locale source (e.g. "de_DE") as "<source>.UTF-8".
   void compile_locale(const std::string &source) {
     run_result r = run_program("/usr/bin/env", {"localedef", "-i", source, "-f", "UTF-8",
-                                                dir.file(source + ".UTF-8")});
+                                                dir.file(source + ".UTF-8")},
+                               utf8);
     // Exit status 1 means warnings only; the locale is usable.
     ASSERT_TRUE(r.exit_status == 0 || r.exit_status == 1) << "localedef: " << r.err;
   }
   void write_catalog(const std::string &locale, const std::string &file, const std::string &src) {
     const std::string catalog = "messages/" + locale + "/" + file;
     run_result r = run_program("/usr/bin/env", {"gencat", dir.file(catalog),
-                                                dir.write(catalog + ".msg", src)});
+                                                dir.write(catalog + ".msg", src)},
+                               utf8);
     ASSERT_EQ(0, r.exit_status) << "gencat: " << r.err;
   }
   // Starts the formatter as main does, in `locale` of this directory.
@@ -58,6 +62,7 @@ class CatalogTest : public testing::Test {
     ASSERT_STREQ(loaded, setlocale(LC_MESSAGES, nullptr)) << "locale not loaded";
   }
 
+  const run_options utf8 = {.env = {"LC_ALL=C.UTF-8"}, .cwd = {}};
   scoped_temp_dir dir;
   std::string messages = dir.file("messages");
   i18n_state_guard state;

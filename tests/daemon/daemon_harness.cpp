@@ -73,7 +73,7 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   run_options opt;
   opt.timeout_seconds = deadline_seconds;
   opt.env = {"ASAN_OPTIONS=verify_asan_link_order=0:" + std::string(asan ? asan : ""),
-             "LC_ALL=C", std::string("LD_PRELOAD=") + FAKEDRIVER_LIB,
+             std::string("LD_PRELOAD=") + FAKEDRIVER_LIB,
              "FAKEDRIVER_ROOT=" + root(), "FAKEDRIVER_SCENARIO=" + root() + "/scenario",
              "FAKEDRIVER_LOG=" + root() + "/requests",
              "FAKEDRIVER_REAPER=" + std::to_string(getpid())};

@@ -101,9 +101,7 @@ const std::string same = latency("0.00", "0.00 % Gain", "Performance remains sam
 run_result profile(const std::string &dir, const std::vector<std::string> &options) {
   std::vector<std::string> args = {"-p", "-i", dir};
   args.insert(args.end(), options.begin(), options.end());
-  run_options env;
-  env.env = {"LC_ALL=C", "LANG=C"};
-  return run_zriostatd(args, env);
+  return run_zriostatd(args);
 }
 
 // Trace S: probe interval on (8,0) over [0, 24000) with region 5999 read 30

@@ -13,17 +13,29 @@ extern char **environ;
 
 namespace {
 
+bool is_locale_variable(const std::string &name) {
+  return name == "LANG" || name == "LANGUAGE" || name.rfind("LC_", 0) == 0;
+}
+
+// The caller's environment without its locale, which would change texts
+// and tools' behaviour from one machine to the next; the child runs in C
+// unless `extra` names a locale.
 std::vector<std::string> merged_environment(const std::vector<std::string> &extra) {
   std::vector<std::string> env;
+  bool extra_locale = false;
+  for (const std::string &x : extra)
+    extra_locale = extra_locale || is_locale_variable(x.substr(0, x.find('=')));
   for (char **e = environ; *e != nullptr; ++e) {
     std::string entry = *e;
     std::string name = entry.substr(0, entry.find('='));
-    bool replaced = false;
+    bool replaced = is_locale_variable(name);
     for (const std::string &x : extra)
       replaced = replaced || x.substr(0, x.find('=')) == name;
     if (!replaced)
       env.push_back(entry);
   }
+  if (!extra_locale)
+    env.push_back("LC_ALL=C");
   env.insert(env.end(), extra.begin(), extra.end());
   return env;
 }

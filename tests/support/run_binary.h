@@ -13,7 +13,10 @@ struct run_result {
 };
 
 struct run_options {
-  std::vector<std::string> env;  // "NAME=value" added to (or replacing in) the environment
+  // "NAME=value" added to (or replacing in) the environment.  The caller's
+  // LANG, LANGUAGE and LC_* are never passed on: the child gets LC_ALL=C
+  // unless this names a locale variable itself.
+  std::vector<std::string> env;
   std::string cwd;               // working directory; empty: the test's own
   int timeout_seconds = 120;     // the child is killed with SIGKILL past this
 };
