@@ -1,6 +1,6 @@
 #pragma once
 // Runs the real daemon binary, detached as it detaches itself, under the
-// substitute kernel driver (tests/daemon/fakedriver), in a sandbox directory
+// substitute kernel driver (tools/fakedriver), in a sandbox directory
 // that stands for "/" for everything under /etc/zr.
 //
 //   daemon_sandbox box;
