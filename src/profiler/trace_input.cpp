@@ -12,8 +12,12 @@
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
 #include "profiler/device_table.h"
+#include "profiler/lru_replay.h"
+#include "profiler/replay_trace.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_line.h"
+#include "profiler/trace_pieces.h"
+#include "profiler/trace_scan.h"
 
 wrkload_node *wrkload_list;
 wrkload_node *wrkload_tail;
@@ -44,19 +48,93 @@ bool grow_slots(vwload_ent ***array, uint32_t old_slots, uint32_t slots) {
 }
 
 // Counts one access to region r of volume id, adding the region when new.
-void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
+// Returns the entry, or null when memory ran out (message printed: the
+// access goes uncounted).
+stat_ent *count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
   stat_ent *e = vol_stathash_find(r, id, store);
   if (e != nullptr) {
     e->acc_cnt++;
-    return;
+    return e;
   }
   e = vol_stathash_pool_carve(store, cursor);
   if (e == nullptr)
-    return; // out of memory, message printed: the access goes uncounted
+    return nullptr;
   e->region = r;
   e->acc_cnt = 1;
   e->volid = id & 0xFFFF;
   vol_stathash_add(e, store);
+  return e;
+}
+
+// Counts one request of the trace input's view in the store; with `replay`,
+// the replay sees the same request, and its region ids are recorded too.
+// The length field is then reused to hold the request's last region (before
+// any cut), so a later line that stops short of its length reads this number
+// as its length.
+void count_request(trace_line *line, stathash *store, stat_pool_cursor *cursor,
+                   replay_recorder *replay) {
+  uint64_t first;
+  uint64_t last;
+  const bool forward = vol_trace_request_regions(line->start, line->length, &first, &last);
+  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
+  const uint32_t id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
+  num_of_reads++;
+  if (replay != nullptr) {
+    if (!forward)
+      replay->wrapped_read();
+    else
+      replay->begin_read();
+  }
+  if (!forward)
+    return;
+  // last <= 2^57 - 1, so r never wraps.
+  for (uint64_t r = first; r <= last; r++) {
+    stat_ent *e = count_region(store, cursor, r, id);
+    if (replay == nullptr)
+      continue;
+    // While the interval lasts, an entry's first spare word holds the
+    // region's replay id + 1, so a region met again is looked up once.
+    uint32_t replay_id;
+    if (e != nullptr && e->unused[0] != 0) {
+      replay_id = static_cast<uint32_t>(e->unused[0] - 1);
+    } else {
+      replay_id = replay->id_of(id & 0xFFFF, r);
+      if (e != nullptr)
+        e->unused[0] = uint64_t{replay_id} + 1;
+    }
+    replay->add_region(replay_id);
+  }
+}
+
+// Takes the first `n` fields of `scanned` into `line`, as the scan would
+// have stored them there.
+void take_fields(trace_line *line, const trace_line &scanned, int n) {
+  if (n > 0)
+    line->major = scanned.major;
+  if (n > 1)
+    line->minor = scanned.minor;
+  if (n > 2)
+    line->start = scanned.start;
+  if (n > 3)
+    line->length = scanned.length;
+}
+
+bool same_fields(const trace_line &a, const trace_line &b) {
+  return a.major == b.major && a.minor == b.minor && a.start == b.start && a.length == b.length;
+}
+
+// The end of one of the trace input's intervals: its workload is selected
+// and kept, and the store emptied.
+void end_interval(iostat_ctx *ctx, uint64_t elapsed) {
+  vol_calc_workload(ctx);
+  vol_add_workload(&ctx->wrkload, elapsed);
+  vol_stathash_reset(&ctx->store);
+  // The node holds a copy of the record; its regions array goes now (and
+  // the copy's pointer with it, so that nothing can follow it).  The
+  // threshold stays, so an interval without a cut inherits the last one.
+  if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
+    wrkload_tail->rec.regions = nullptr;
+  vol_clear_workload(&ctx->wrkload);
 }
 
 } // namespace
@@ -108,24 +186,8 @@ int vol_read_btfile(FILE *trace, stathash *store) {
     trace_line_kind kind = vol_trace_line_kind(&line);
     if (kind == trace_line_kind::separator)
       return 0;
-    if (kind == trace_line_kind::skip)
-      continue;
-
-    uint64_t first;
-    uint64_t last;
-    bool forward = vol_trace_request_regions(line.start, line.length, &first, &last);
-    // The length field is reused to hold the request's last region (before
-    // any cut), so a later line that stops short of its length reads this
-    // number as its length.
-    line.length = (line.start + line.length - 1) >> REGION_SHIFT;
-
-    uint32_t id = vol_get_unique_volid(line.major, static_cast<uint32_t>(line.minor));
-    num_of_reads++;
-    if (!forward)
-      continue;
-    // last <= 2^57 - 1, so r never wraps.
-    for (uint64_t r = first; r <= last; r++)
-      count_region(store, &cursor, r, id);
+    if (kind == trace_line_kind::request)
+      count_request(&line, store, &cursor, nullptr);
   }
   return -1;
 }
@@ -204,21 +266,47 @@ uint64_t vol_calc_maxwload_size(void) {
 
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   memset(ctx, 0, sizeof(*ctx));
-  uint64_t elapsed = 0;
-  int status;
-  do {
-    elapsed += INTERVAL_SECONDS;
-    status = vol_read_btfile(trace, &ctx->store);
-    vol_calc_workload(ctx);
-    vol_add_workload(&ctx->wrkload, elapsed);
-    vol_stathash_reset(&ctx->store);
-    // The node holds a copy of the record; its regions array goes now (and
-    // the copy's pointer with it, so that nothing can follow it).  The
-    // threshold stays, so an interval without a cut inherits the last one.
-    if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
-      wrkload_tail->rec.regions = nullptr;
-    vol_clear_workload(&ctx->wrkload);
-  } while (status != -1);
+  // One pass serves the aggregation and records the compact form for the
+  // replays.  The two read the same lines with different memories: the
+  // aggregation keeps a request's last region in the length field, and each
+  // starts its fields at zero after its own separators, so on malformed
+  // lines they can see different requests and even different intervals.
+  // Each keeps its own fields; while they agree, the replay's ids come from
+  // the aggregation's lookups.
+  replay_recorder replay;
+  trace_piece_reader reader(trace);
+  trace_line counted{};
+  trace_line replayed{};
+  uint64_t elapsed = INTERVAL_SECONDS;
+  // Every interval starts a chunk of its own, even if it carves nothing.
+  stat_pool_cursor cursor{};
+  (void)vol_stathash_pool_append_chunk(&ctx->store, &cursor);
+  while (const char *piece = reader.next()) {
+    trace_line scanned{};
+    const int n = vol_scan_trace_fields(piece, &scanned);
+    take_fields(&counted, scanned, n);
+    take_fields(&replayed, scanned, n);
+    const bool same = same_fields(counted, replayed);
+    switch (vol_trace_line_kind(&counted)) {
+    case trace_line_kind::separator:
+      end_interval(ctx, elapsed);
+      elapsed += INTERVAL_SECONDS;
+      cursor = stat_pool_cursor{};
+      (void)vol_stathash_pool_append_chunk(&ctx->store, &cursor);
+      counted = trace_line{};
+      break;
+    case trace_line_kind::skip:
+      break;
+    case trace_line_kind::request:
+      count_request(&counted, &ctx->store, &cursor, same ? &replay : nullptr);
+      if (same)
+        continue;
+      break;
+    }
+    replay.record_line(&replayed);
+  }
+  end_interval(ctx, elapsed);
+  vol_keep_replay_trace(replay.finish());
 
   // The last interval is usually partial but counts a full 600 seconds.
   duration = static_cast<float>(elapsed) / 3600.0f;
