@@ -47,10 +47,18 @@ void vol_apply_lru(const char *path, iostat_ctx *ctx);
 // empty.
 void vol_apply_lru_literal(const char *path, iostat_ctx *ctx);
 
+// With `on`, vol_apply_lru replays with vol_apply_lru_literal from then on,
+// so that whole runs can be compared with the reference (tests and the
+// benchmark; the program itself never sets it).
+void vol_use_literal_replay(bool on);
+bool vol_literal_replay(void);
+
 // Keeps the form the trace input recorded for every later replay of this
 // run.  Its new devices and thresholds are settled at the first replay or
 // plan, when the streaming replay would have met them.
 void vol_keep_replay_trace(std::unique_ptr<replay_recorder::pending> recorded);
+// The kept form, settled now if it was not yet; null when none is kept.
+const replay_trace *vol_kept_replay_trace(void);
 // Forgets the kept form (stopping any replay running ahead).
 void vol_drop_replay_trace(void);
 // The replays the report may ask for next, in order, to run ahead on the

@@ -13,6 +13,7 @@ namespace {
 std::unique_ptr<replay_recorder::pending> recorded;
 std::unique_ptr<replay_trace> settled;
 std::unique_ptr<replay_runner> runner;
+bool literal;
 
 // The kept form, settled now if this is its first use; null when none.
 replay_runner *kept_runner() {
@@ -38,9 +39,15 @@ void account(const replay_outcome &out, const replay_trace &trace) {
 
 } // namespace
 
+void vol_use_literal_replay(bool on) { literal = on; }
+
 void vol_keep_replay_trace(std::unique_ptr<replay_recorder::pending> kept) {
   vol_drop_replay_trace();
   recorded = std::move(kept);
+}
+
+const replay_trace *vol_kept_replay_trace(void) {
+  return kept_runner() != nullptr ? settled.get() : nullptr;
 }
 
 void vol_drop_replay_trace(void) {
@@ -49,12 +56,20 @@ void vol_drop_replay_trace(void) {
   recorded.reset();
 }
 
+bool vol_literal_replay(void) { return literal; }
+
 void vol_plan_replays(const std::vector<replay_request> &upcoming) {
+  if (literal)
+    return;
   if (replay_runner *r = kept_runner())
     r->plan(upcoming);
 }
 
 void vol_apply_lru(const char *path, iostat_ctx *ctx) {
+  if (literal) {
+    vol_apply_lru_literal(path, ctx);
+    return;
+  }
   const replay_request request{casize, w_flag != 0};
   if (replay_runner *r = kept_runner()) {
     account(r->take(request), *settled);

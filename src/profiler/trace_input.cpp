@@ -106,6 +106,12 @@ void count_request(trace_line *line, stathash *store, stat_pool_cursor *cursor,
   }
 }
 
+// The last interval is usually partial but counts a full 600 seconds.
+void finish_input(uint64_t elapsed) {
+  duration = static_cast<float>(elapsed) / 3600.0f;
+  casize = 3 * vol_calc_maxwload_size();
+}
+
 // Takes the first `n` fields of `scanned` into `line`, as the scan would
 // have stored them there.
 void take_fields(trace_line *line, const trace_line &scanned, int n) {
@@ -137,6 +143,12 @@ void end_interval(iostat_ctx *ctx, uint64_t elapsed) {
   vol_clear_workload(&ctx->wrkload);
 }
 
+} // namespace
+
+namespace {
+// The trace input as it ran before the compact form: one interval at a time
+// through vol_read_btfile, nothing recorded.  The reference for whole runs.
+void read_intervals(FILE *trace, iostat_ctx *ctx);
 } // namespace
 
 bool vol_vwload_reserve(uint64_t n) {
@@ -266,6 +278,10 @@ uint64_t vol_calc_maxwload_size(void) {
 
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   memset(ctx, 0, sizeof(*ctx));
+  if (vol_literal_replay()) {
+    read_intervals(trace, ctx);
+    return;
+  }
   // One pass serves the aggregation and records the compact form for the
   // replays.  The two read the same lines with different memories: the
   // aggregation keeps a request's last region in the length field, and each
@@ -307,8 +323,18 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   }
   end_interval(ctx, elapsed);
   vol_keep_replay_trace(replay.finish());
-
-  // The last interval is usually partial but counts a full 600 seconds.
-  duration = static_cast<float>(elapsed) / 3600.0f;
-  casize = 3 * vol_calc_maxwload_size();
+  finish_input(elapsed);
 }
+
+namespace {
+void read_intervals(FILE *trace, iostat_ctx *ctx) {
+  uint64_t elapsed = 0;
+  int status;
+  do {
+    elapsed += INTERVAL_SECONDS;
+    status = vol_read_btfile(trace, &ctx->store);
+    end_interval(ctx, elapsed);
+  } while (status != -1);
+  finish_input(elapsed);
+}
+} // namespace
