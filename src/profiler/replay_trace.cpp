@@ -20,51 +20,53 @@ constexpr uint32_t NEW_DEVICE_KEY = 0x10000;
 
 } // namespace
 
-// Open addressing from (device key, region) to the dense id.
+// Open addressing from (device key, region) to the dense id.  A slot also
+// counts the trace input's accesses of its key in the input's current
+// interval, so that each region access costs one lookup.
 struct replay_recorder::key_table {
   struct slot {
     uint64_t region;
     uint32_t device;
     uint32_t id_plus_one; // 0: empty
+    uint32_t epoch;       // the trace input's interval (from 1) of count
+    uint32_t count;
   };
   std::vector<slot> slots = std::vector<slot>(1 << 16);
   uint64_t used = 0;
+  std::vector<uint64_t> counted; // slots counted in the current interval, in order
 
   static uint64_t hash(uint32_t device, uint64_t region) {
     uint64_t h = (region ^ (uint64_t{device} << 40)) * 0x9E3779B97F4A7C15ull;
     return h ^ (h >> 29);
   }
-  // The id of the key, or `fresh` stored under it when it is new.
-  uint32_t find_or_add(uint32_t device, uint64_t region, uint32_t fresh, bool *added) {
+  uint64_t probe(uint32_t device, uint64_t region) const {
+    const uint64_t mask = slots.size() - 1;
+    uint64_t i = hash(device, region) & mask;
+    while (slots[i].id_plus_one != 0 && (slots[i].region != region || slots[i].device != device))
+      i = (i + 1) & mask;
+    return i;
+  }
+  // The slot of the key; a new key takes the id `fresh` (*added set).
+  uint64_t find_or_add(uint32_t device, uint64_t region, uint32_t fresh, bool *added) {
     if ((used + 1) * 4 > slots.size() * 3)
       grow();
-    const uint64_t mask = slots.size() - 1;
-    for (uint64_t i = hash(device, region) & mask;; i = (i + 1) & mask) {
-      slot &s = slots[i];
-      if (s.id_plus_one == 0) {
-        s = slot{region, device, fresh + 1};
-        used++;
-        *added = true;
-        return fresh;
-      }
-      if (s.region == region && s.device == device) {
-        *added = false;
-        return s.id_plus_one - 1;
-      }
+    const uint64_t i = probe(device, region);
+    *added = slots[i].id_plus_one == 0;
+    if (*added) {
+      slots[i] = slot{region, device, fresh + 1, 0, 0};
+      used++;
     }
+    return i;
   }
   void grow() {
     std::vector<slot> old(slots.size() * 2);
     old.swap(slots);
-    const uint64_t mask = slots.size() - 1;
     for (const slot &s : old) {
-      if (s.id_plus_one == 0)
-        continue;
-      uint64_t i = hash(s.device, s.region) & mask;
-      while (slots[i].id_plus_one != 0)
-        i = (i + 1) & mask;
-      slots[i] = s;
+      if (s.id_plus_one != 0)
+        slots[probe(s.device, s.region)] = s;
     }
+    for (uint64_t &i : counted)
+      i = probe(old[i].device, old[i].region);
   }
 };
 
@@ -88,18 +90,49 @@ void replay_recorder::push(uint32_t w) {
   t.words++;
 }
 
-uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
+uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
   bool added;
   const uint32_t next = static_cast<uint32_t>(trace_->bucket.size());
-  const uint32_t id = keys_->find_or_add(volid16, region, next, &added);
+  const uint64_t i = keys_->find_or_add(device, region, next, &added);
   if (added) {
     if (next >= TRACE_MAX_IDS)
       ok_ = false;
     // The bucket of a known device is final already; a new device's is set
     // when it is settled.
-    trace_->bucket.push_back(static_cast<uint32_t>((region + volid16) % STATHASH_BUCKETS));
+    trace_->bucket.push_back(static_cast<uint32_t>((region + device) % STATHASH_BUCKETS));
   }
-  return id;
+  return i;
+}
+
+uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
+  return keys_->slots[slot_of(volid16, region)].id_plus_one - 1;
+}
+
+uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
+  const uint64_t i = slot_of(volid16, region);
+  key_table::slot &s = keys_->slots[i];
+  if (s.epoch != epoch_) {
+    s.epoch = epoch_;
+    s.count = 0;
+    keys_->counted.push_back(i);
+  }
+  s.count++;
+  return s.id_plus_one - 1;
+}
+
+void replay_recorder::store_interval_counts(stathash *store, stat_pool_cursor *cursor) {
+  for (uint64_t i : keys_->counted) {
+    const key_table::slot &s = keys_->slots[i];
+    stat_ent *e = vol_stathash_pool_carve(store, cursor);
+    if (e == nullptr)
+      continue; // out of memory, message printed: the region goes uncounted
+    e->region = s.region;
+    e->acc_cnt = s.count;
+    e->volid = s.device;
+    vol_stathash_add(e, store);
+  }
+  keys_->counted.clear();
+  epoch_++;
 }
 
 uint32_t replay_recorder::device_key(const trace_line *line) {
@@ -196,7 +229,8 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
       continue;
     const uint32_t v = s.device >= NEW_DEVICE_KEY ? volid16[s.device - NEW_DEVICE_KEY] : s.device;
     bool added;
-    const uint32_t id = final_keys.find_or_add(v, s.region, static_cast<uint32_t>(bucket.size()), &added);
+    const uint64_t i = final_keys.find_or_add(v, s.region, static_cast<uint32_t>(bucket.size()), &added);
+    const uint32_t id = final_keys.slots[i].id_plus_one - 1;
     if (added)
       bucket.push_back(static_cast<uint32_t>((s.region + v) % STATHASH_BUCKETS));
     renumber[s.id_plus_one - 1] = id;

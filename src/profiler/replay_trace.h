@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "profiler/trace_line.h"
+#include "stats/stathash.h"
 
 constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
 constexpr uint32_t TRACE_ID_MASK = 0x7FFFFFFF;
@@ -58,6 +59,15 @@ public:
   void wrapped_read() { push(TRACE_WRAPPED_READ); }
   // The id of (volid16, region) of a device the table knows, made if new.
   uint32_t id_of(uint32_t volid16, uint64_t region);
+
+  // The trace input's counting, on the same keys: counts one access of
+  // (volid16, region) in the input's current interval and returns its id.
+  uint32_t count_access(uint32_t volid16, uint64_t region);
+  // Fills `store` (empty) with the current interval's counts as counting
+  // access by access would have left it: one entry per region, carved
+  // through `cursor` and added in the order the regions were first met.
+  // Then starts the next interval.
+  void store_interval_counts(stathash *store, stat_pool_cursor *cursor);
   void add_region(uint32_t id) {
     push(id | start_);
     start_ = 0;
@@ -75,12 +85,14 @@ public:
 
 private:
   void push(uint32_t w);
+  uint64_t slot_of(uint32_t device, uint64_t region);
   uint32_t device_key(const trace_line *line);
 
   std::unique_ptr<replay_trace> trace_;
   std::unique_ptr<key_table> keys_;
   std::vector<std::pair<int32_t, int32_t>> new_devices_; // (major, minor) in order met
   uint32_t start_ = 0;
+  uint32_t epoch_ = 1;
   bool ok_ = true;
 };
 

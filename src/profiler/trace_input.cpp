@@ -48,61 +48,54 @@ bool grow_slots(vwload_ent ***array, uint32_t old_slots, uint32_t slots) {
 }
 
 // Counts one access to region r of volume id, adding the region when new.
-// Returns the entry, or null when memory ran out (message printed: the
-// access goes uncounted).
-stat_ent *count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
+void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
   stat_ent *e = vol_stathash_find(r, id, store);
   if (e != nullptr) {
     e->acc_cnt++;
-    return e;
+    return;
   }
   e = vol_stathash_pool_carve(store, cursor);
   if (e == nullptr)
-    return nullptr;
+    return; // out of memory, message printed: the access goes uncounted
   e->region = r;
   e->acc_cnt = 1;
   e->volid = id & 0xFFFF;
   vol_stathash_add(e, store);
-  return e;
 }
 
-// Counts one request of the trace input's view in the store; with `replay`,
-// the replay sees the same request, and its region ids are recorded too.
+// Takes one request of the trace input's view: its regions (false when the
+// end wraps and it touches none), its device and its count in num_of_reads.
 // The length field is then reused to hold the request's last region (before
 // any cut), so a later line that stops short of its length reads this number
 // as its length.
-void count_request(trace_line *line, stathash *store, stat_pool_cursor *cursor,
-                   replay_recorder *replay) {
+bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id) {
+  const bool forward = vol_trace_request_regions(line->start, line->length, first, last);
+  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
+  *id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
+  num_of_reads++;
+  return forward;
+}
+
+// Counts one request in the recorder's per-interval counts; when the replay
+// sees the same request (`same`), records its region ids too.
+void count_request(trace_line *line, replay_recorder *rec, bool same) {
   uint64_t first;
   uint64_t last;
-  const bool forward = vol_trace_request_regions(line->start, line->length, &first, &last);
-  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
-  const uint32_t id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
-  num_of_reads++;
-  if (replay != nullptr) {
-    if (!forward)
-      replay->wrapped_read();
+  uint32_t id;
+  const bool forward = take_request(line, &first, &last, &id);
+  if (same) {
+    if (forward)
+      rec->begin_read();
     else
-      replay->begin_read();
+      rec->wrapped_read();
   }
   if (!forward)
     return;
   // last <= 2^57 - 1, so r never wraps.
   for (uint64_t r = first; r <= last; r++) {
-    stat_ent *e = count_region(store, cursor, r, id);
-    if (replay == nullptr)
-      continue;
-    // While the interval lasts, an entry's first spare word holds the
-    // region's replay id + 1, so a region met again is looked up once.
-    uint32_t replay_id;
-    if (e != nullptr && e->unused[0] != 0) {
-      replay_id = static_cast<uint32_t>(e->unused[0] - 1);
-    } else {
-      replay_id = replay->id_of(id & 0xFFFF, r);
-      if (e != nullptr)
-        e->unused[0] = uint64_t{replay_id} + 1;
-    }
-    replay->add_region(replay_id);
+    const uint32_t replay_id = rec->count_access(id & 0xFFFF, r);
+    if (same)
+      rec->add_region(replay_id);
   }
 }
 
@@ -198,8 +191,16 @@ int vol_read_btfile(FILE *trace, stathash *store) {
     trace_line_kind kind = vol_trace_line_kind(&line);
     if (kind == trace_line_kind::separator)
       return 0;
-    if (kind == trace_line_kind::request)
-      count_request(&line, store, &cursor, nullptr);
+    if (kind != trace_line_kind::request)
+      continue;
+    uint64_t first;
+    uint64_t last;
+    uint32_t id;
+    if (!take_request(&line, &first, &last, &id))
+      continue;
+    // last <= 2^57 - 1, so r never wraps.
+    for (uint64_t r = first; r <= last; r++)
+      count_region(store, &cursor, r, id);
   }
   return -1;
 }
@@ -305,6 +306,7 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
     const bool same = same_fields(counted, replayed);
     switch (vol_trace_line_kind(&counted)) {
     case trace_line_kind::separator:
+      replay.store_interval_counts(&ctx->store, &cursor);
       end_interval(ctx, elapsed);
       elapsed += INTERVAL_SECONDS;
       cursor = stat_pool_cursor{};
@@ -314,13 +316,14 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
     case trace_line_kind::skip:
       break;
     case trace_line_kind::request:
-      count_request(&counted, &ctx->store, &cursor, same ? &replay : nullptr);
+      count_request(&counted, &replay, same);
       if (same)
         continue;
       break;
     }
     replay.record_line(&replayed);
   }
+  replay.store_interval_counts(&ctx->store, &cursor);
   end_interval(ctx, elapsed);
   vol_keep_replay_trace(replay.finish());
   finish_input(elapsed);
