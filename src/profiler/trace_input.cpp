@@ -21,31 +21,11 @@
 
 wrkload_node *wrkload_list;
 wrkload_node *wrkload_tail;
-vwload_ent **vwload_list;
-vwload_ent **vmaxwload_list;
-uint32_t vwload_slots;
 
 namespace {
 
 constexpr uint64_t INTERVAL_SECONDS = 600;
-constexpr uint32_t MIN_VWLOAD_SLOTS = 100;
 constexpr unsigned REGION_SHIFT = 7; // 128 blocks a region
-
-// Last record of each chain of vwload_list, so that appending an interval
-// does not walk the chain (a long trace has one record per interval).  Only
-// read for a chain whose head is set.
-vwload_ent **vwload_last;
-
-// Grows one slot array to `slots`, nulling the new slots.
-bool grow_slots(vwload_ent ***array, uint32_t old_slots, uint32_t slots) {
-  void *grown = zrvmutil_xrealloc(*array, static_cast<uint64_t>(slots) * sizeof(vwload_ent *));
-  if (grown == nullptr)
-    return false;
-  *array = static_cast<vwload_ent **>(grown);
-  for (uint32_t i = old_slots; i < slots; i++)
-    (*array)[i] = nullptr;
-  return true;
-}
 
 // Counts one access to region r of volume id, adding the region when new.
 void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
@@ -143,25 +123,6 @@ namespace {
 // through vol_read_btfile, nothing recorded.  The reference for whole runs.
 void read_intervals(FILE *trace, iostat_ctx *ctx);
 } // namespace
-
-bool vol_vwload_reserve(uint64_t n) {
-  if (n <= vwload_slots && vwload_slots >= MIN_VWLOAD_SLOTS)
-    return true;
-  uint64_t want = vwload_slots < MIN_VWLOAD_SLOTS ? MIN_VWLOAD_SLOTS : vwload_slots;
-  while (want < n)
-    want *= 2;
-  if (want > UINT32_MAX)
-    return false;
-  uint32_t slots = static_cast<uint32_t>(want);
-  // All three arrays or none: a failure part-way leaves the grown ones
-  // merely larger than vwload_slots says, which is harmless.
-  if (!grow_slots(&vwload_list, vwload_slots, slots) ||
-      !grow_slots(&vmaxwload_list, vwload_slots, slots) ||
-      !grow_slots(&vwload_last, vwload_slots, slots))
-    return false;
-  vwload_slots = slots;
-  return true;
-}
 
 bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last) {
   *first = start >> REGION_SHIFT;
