@@ -104,6 +104,11 @@ uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
   return i;
 }
 
+void replay_recorder::prefetch(uint32_t volid16, uint64_t region) const {
+  const uint64_t mask = keys_->slots.size() - 1;
+  __builtin_prefetch(&keys_->slots[key_table::hash(volid16, region) & mask], 1);
+}
+
 uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
   return keys_->slots[slot_of(volid16, region)].id_plus_one - 1;
 }

@@ -63,6 +63,8 @@ public:
   // The trace input's counting, on the same keys: counts one access of
   // (volid16, region) in the input's current interval and returns its id.
   uint32_t count_access(uint32_t volid16, uint64_t region);
+  // Starts fetching the table slot of (volid16, region) into the cache.
+  void prefetch(uint32_t volid16, uint64_t region) const;
   // Fills `store` (empty) with the current interval's counts as counting
   // access by access would have left it: one entry per region, carved
   // through `cursor` and added in the order the regions were first met.
