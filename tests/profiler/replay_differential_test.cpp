@@ -43,7 +43,7 @@ std::string random_trace(std::mt19937_64 &rng) {
     minors.push_back(d * 16 + static_cast<int>(pick(3)));
   std::string text;
   // Over 16 intervals now and then: the per-interval counts restart by epoch.
-  const int intervals = pick(5) == 0 ? 17 + static_cast<int>(pick(6)) : 1 + static_cast<int>(pick(5));
+  const int intervals = pick(8) == 0 ? 17 + static_cast<int>(pick(6)) : 1 + static_cast<int>(pick(5));
   for (int i = 0; i < intervals; i++) {
     if (i > 0)
       text += pick(6) == 0 ? "0 0 0 0\n0 0 0 0\n" : "0 0 0 0\n"; // empty interval
@@ -144,7 +144,7 @@ protected:
 
 TEST_F(ReplayDifferential, HitsAndMissesAtEverySize) {
   std::mt19937_64 rng(20261123);
-  for (int n = 0; n < 40; n++) {
+  for (int n = 0; n < 16; n++) {
     SCOPED_TRACE("trace " + std::to_string(n));
     const std::string text = random_trace(rng);
     dir_.write("out", text);
@@ -154,8 +154,7 @@ TEST_F(ReplayDifferential, HitsAndMissesAtEverySize) {
     vol_process_trace_input(f, ctx.get());
     fclose(f);
     const uint64_t predicted = casize;
-    for (uint64_t size : {uint64_t{0}, uint64_t{1}, uint64_t{5}, uint64_t{40}, uint64_t{150},
-                          predicted, 3 * predicted, uint64_t{20000}}) {
+    for (uint64_t size : {uint64_t{0}, uint64_t{5}, uint64_t{150}, predicted, 3 * predicted}) {
       for (int32_t flag : {0, 1}) {
         std::vector<uint64_t> fast = figures(vol_apply_lru, size, flag);
         std::vector<uint64_t> literal = figures(vol_apply_lru_literal, size, flag);
