@@ -1,44 +1,60 @@
 #!/usr/bin/env bash
-# Times a whole profiler run of a Release build on a generated trace of about
-# five million reads (24 intervals of 210,000 reads on 4 devices), and shows
-# how the time splits between reading the trace (line reading and parsing,
-# in the aggregation pass and in every replay) and the replays.
+# Times whole profiler runs of a Release build on generated traces, the
+# program's own (one reading pass, replays of the compact form in parallel)
+# against the streaming replay that reads the trace file once per replay, and
+# times the phases of the fast path apart.
 #
-#   bench/profile_trace.sh                 # build-release/, trace in a temp dir
+#   bench/profile_trace.sh                  # both presets, build-release/
+#   PRESETS=heavy bench/profile_trace.sh    # one of them
 #   BUILD_DIR=/tmp/rel TRACE_DIR=/tmp/t bench/profile_trace.sh
 #
-# The trace (about 90 MB) is generated once into TRACE_DIR and reused; it is
-# never written into the source tree.  The split needs perf; without it only
-# the wall time and peak memory are shown.
+# Presets (tools/gen_trace.py): bench, about five million reads on 4 devices
+# in 24 intervals; heavy, the same volume with hot sets large enough that
+# the search runs seven replays and the optimal cache is about 197,000
+# regions.  Each trace (about 90 MB) is generated once into
+# TRACE_DIR/<preset> and reused; it is never written into the source tree.
+#
+# Printed per preset, from one run each: wall time and peak memory of the
+# fast and of the streaming whole run and their ratio (the two reports are
+# compared byte for byte), then the reading pass alone and the replay
+# throughput in region accesses per second per thread, on one thread and on
+# two at once.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$root/build-release}
-trace=${TRACE_DIR:-${TMPDIR:-/tmp}/zriostat-bench-trace}
+traces=${TRACE_DIR:-${TMPDIR:-/tmp}/zriostat-bench-trace}
+presets=${PRESETS:-bench heavy}
 
-# Frame pointers keep perf's call chains whole in our own code.
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZRIOSTAT_TESTS=OFF \
-  -DCMAKE_CXX_FLAGS=-fno-omit-frame-pointer >/dev/null
-ninja -C "$build" zriostatd >/dev/null
+  -DZRIOSTAT_BENCH=ON >/dev/null
+ninja -C "$build" zriostatd profile_phases >/dev/null
 
-if [[ ! -s "$trace/out" ]]; then
-  echo "generating the trace into $trace (takes a while)"
-  python3 "$root/tools/gen_trace.py" --preset bench "$trace"
-fi
-echo "trace: $(grep -vc '^0 0 0 0$' "$trace/out") reads, $(grep -c '^0 0 0 0$' "$trace/out") separators, $(du -h "$trace/out" | cut -f1)"
+# "<seconds> <peak KB>" of one run; its standard output goes to $2.
+timed() {
+  local out=$1
+  shift
+  /usr/bin/time -f "%e %M" -o "$out.time" "$@" >"$out" 2>/dev/null
+  cat "$out.time"
+}
 
-run=("$build/zriostatd" -p -i "$trace" -s 0.1 -d 5)
-/usr/bin/time -v "${run[@]}" >"$trace/report" 2>"$trace/time"
-grep -E "Elapsed \(wall clock\)|User time|System time|Maximum resident" "$trace/time" | sed 's/^\s*//'
-grep -E "^(Cache Size|Read Hit\(%\))" "$trace/report"
-
-if command -v perf >/dev/null; then
-  # DWARF unwinding follows the calls through the C library's scanf.
-  perf record -q -F 499 --call-graph dwarf,16384 -o "$trace/perf.data" "${run[@]}" >/dev/null 2>&1
-  echo "share of samples (inclusive):"
-  perf report -i "$trace/perf.data" --children --sort symbol -g none --stdio 2>/dev/null |
-    awk '$1 ~ /%$/ && $4 ~ /^(vol_process_trace_input|vol_apply_lru|vol_trace_read_line|vol_stathash_find)$/ {
-           printf "  %-26s %s\n", $4, $1 }'
-  echo "  (vol_trace_read_line: line reading and parsing, all passes;"
-  echo "   vol_process_trace_input: the aggregation pass; vol_apply_lru: all replays)"
-fi
+for preset in $presets; do
+  trace=$traces/$preset
+  if [[ ! -s "$trace/out" ]]; then
+    echo "generating the $preset trace into $trace (takes a while)"
+    python3 "$root/tools/gen_trace.py" --preset "$preset" "$trace"
+  fi
+  echo "== $preset: $(grep -vc '^0 0 0 0$' "$trace/out") reads, $(du -h "$trace/out" | cut -f1)"
+  options=(-p -i "$trace" -s 0.1 -d 5)
+  read -r fast_s fast_kb < <(timed "$trace/report.fast" "$build/zriostatd" "${options[@]}")
+  read -r lit_s lit_kb < <(timed "$trace/report.literal" "$build/bench/profile_phases" literal "${options[@]}")
+  if cmp -s "$trace/report.fast" "$trace/report.literal"; then same="identical"; else same="DIFFERENT"; fi
+  printf 'whole run, fast     : %7.2f s  %7d KB peak\n' "$fast_s" "$fast_kb"
+  printf 'whole run, streaming: %7.2f s  %7d KB peak\n' "$lit_s" "$lit_kb"
+  echo "ratio               : $(awk -v a="$lit_s" -v b="$fast_s" 'BEGIN { printf "%.1f", a / b }')x faster, reports $same"
+  grep -E "^(Cache Size|Read Hit\(%\))" "$trace/report.fast" | sed 's/^/  /'
+  echo "phases, one thread:"
+  "$build/bench/profile_phases" phases "$trace" 1 | sed 's/^/  /'
+  echo "replays two at a time:"
+  "$build/bench/profile_phases" phases "$trace" 2 | grep '^replay' | sed 's/^/  /'
+done

@@ -19,6 +19,9 @@ Presets:
          random reads, no region hot in any interval: nothing can be
          predicted and the report ends in the fixed-fraction table.
   bench  four devices, 24 intervals, about five million reads.
+  heavy  as bench, with hot sets about ten times larger and flatter, so
+         the optimal cache is over 150,000 regions and the search runs at
+         least six replays.
 
 Examples:
   tools/gen_trace.py --preset oltp examples/oltp
@@ -38,6 +41,7 @@ DEVICES = {
     "oltp": [("sda", 8, 0, 65536), ("sdb", 8, 16, 32768), ("nvme0n1", 259, 0, 131072), ("dm-3", 253, 3, 16384)],
     "scan": [("sdc", 8, 32, 512), ("sdd", 8, 48, 256), ("vdb", 252, 16, 128)],
     "bench": [("sda", 8, 0, 262144), ("sdb", 8, 16, 262144), ("nvme0n1", 259, 0, 524288), ("nvme1n1", 259, 1, 524288)],
+    "heavy": [("sda", 8, 0, 262144), ("sdb", 8, 16, 262144), ("nvme0n1", 259, 0, 524288), ("nvme1n1", 259, 1, 524288)],
 }
 
 # Per preset: intervals, reads per interval, share of hot reads, share of
@@ -52,6 +56,8 @@ PRESETS = {
                  drift=0.0, skew=1.0, scan_len=256, scan_req=128, restart=0.0),
     "bench": dict(intervals=24, reads=210000, hot=0.70, scan=0.15, hot_regions=4000,
                   drift=0.10, skew=1.0, scan_len=64, scan_req=64, restart=0.2),
+    "heavy": dict(intervals=24, reads=210000, hot=0.80, scan=0.10, hot_regions=30000,
+                  drift=0.05, skew=0.5, scan_len=64, scan_req=64, restart=0.2),
 }
 
 SIZES = [8, 8, 8, 8, 16, 16, 32, 64, 128, 256]  # request lengths in blocks

@@ -20,6 +20,9 @@ namespace {
 constexpr int SEARCH_LAST_MULTIPLIER = 15;
 constexpr float SEARCH_MIN_GAIN = 1.0f;      // points of hit ratio a step must add
 constexpr float PREDICTABLE_HIT_RATIO = 25.0f;
+// Rows of the fixed-fraction table announced ahead: each row but the last
+// gains more than a point of a ratio of at most 100 %, so no table has more.
+constexpr uint64_t TABLE_MAX_ROWS = 102;
 
 // Regions of 64 KiB to GB: float first, then double, narrowed at the end.
 float regions_to_gb(uint64_t regions) {
@@ -127,6 +130,13 @@ void vol_calc_statistics(const char *path, float *size, iostat_ctx *ctx) {
   rms = 100.0f - rhs;
 }
 
+std::vector<replay_request> vol_search_plan(uint64_t predicted) {
+  std::vector<replay_request> plan;
+  for (int k = 1; k <= SEARCH_LAST_MULTIPLIER; k++)
+    plan.push_back({float_to_u64((float)k * (float)predicted), w_flag != 0});
+  return plan;
+}
+
 uint64_t vol_get_storage_size(void) {
   uint64_t sectors = 0;
   for (const volid_ent *chain : volid_list) {
@@ -142,6 +152,10 @@ void vol_lru_cache_storage(const char *path, iostat_ctx *ctx) {
   const uint64_t storage = vol_get_storage_size();
   const uint64_t step = storage / 10;
   casize = step;
+  std::vector<replay_request> rows;
+  for (uint64_t row = 1; row <= TABLE_MAX_ROWS; row++)
+    rows.push_back({step * row, w_flag != 0});
+  vol_plan_replays(rows);
   printf("Total storage size\t: %.2f GB\n\n", regions_to_gb(storage));
   fputs("|---------------------------------------------------------------|\n", stdout);
   fputs("|\t\t\t\t\t\t\t\t|\n", stdout);
@@ -174,6 +188,7 @@ void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx) 
   float kept_size = 0.0f;
   uint64_t kept_hits = 0;
   float reported_ratio = 0.0f;
+  vol_plan_replays(vol_search_plan(predicted));
   for (;;) {
     casize = float_to_u64((float)k * (float)predicted);
     float size;

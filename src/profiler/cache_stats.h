@@ -9,6 +9,9 @@
 // Single-threaded: these functions read and write the profiler run state.
 
 #include <cstdint>
+#include <vector>
+
+#include "profiler/replay_runner.h"
 
 struct iostat_ctx;
 
@@ -33,6 +36,10 @@ void vol_lru_cache_storage(const char *path, iostat_ctx *ctx);
 // notice on standard error and the fixed-fraction table instead.  Names the
 // devices' vmaxwload_list records on the way (creating missing ones).
 void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx);
+
+// The replays the search at `predicted` may run, in order (at the current
+// w_flag), for announcing them ahead with vol_plan_replays.
+std::vector<replay_request> vol_search_plan(uint64_t predicted);
 
 // The three-line notice, on standard error, that no optimal cache size can
 // be predicted.

@@ -4,7 +4,7 @@
 
 #include "common/strlcpy.h"
 #include "common/xmalloc.h"
-#include "profiler/trace_input.h"
+#include "profiler/volume_loads.h"
 
 uint32_t vol_device_chain(int32_t minor) {
   return static_cast<uint32_t>(minor) % VOLID_CHAINS;

@@ -1,4 +1,5 @@
-// The LRU replay: one pass over the trace through the simulated cache.
+// The streaming LRU replay: one pass over the trace file through the
+// simulated cache, the reference for the compact replay.
 
 #include "profiler/lru_replay.h"
 
@@ -45,7 +46,7 @@ stat_ent *count_access(uint64_t region, uint16_t volid, stathash *table,
 // One request of the trace: a hit when any of its regions was cached when
 // looked up, a miss otherwise.  Its regions are those the trace input
 // counted for it.
-void replay_request(const trace_line *line, stathash *table, stat_pool_cursor *cursor) {
+void replay_line(const trace_line *line, stathash *table, stat_pool_cursor *cursor) {
   uint64_t first;
   uint64_t last;
   const bool forward = vol_trace_request_regions(line->start, line->length, &first, &last);
@@ -163,14 +164,14 @@ uint32_t vol_read_from_outfile_lru(FILE *trace, uint64_t t, stathash *table) {
     case trace_line_kind::skip:
       break;
     case trace_line_kind::request:
-      replay_request(&line, table, &cursor);
+      replay_line(&line, table, &cursor);
       break;
     }
   }
   return END_OF_TRACE;
 }
 
-void vol_apply_lru(const char *path, iostat_ctx *ctx) {
+void vol_apply_lru_literal(const char *path, iostat_ctx *ctx) {
   (void)ctx;
   // cache_area is empty here (zero at start, reset after every replay), so
   // the node block becomes the whole of its pool.

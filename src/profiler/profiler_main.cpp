@@ -11,6 +11,7 @@
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
 #include "profiler/cache_stats.h"
+#include "profiler/lru_replay.h"
 #include "profiler/run_state.h"
 #include "profiler/sample_report.h"
 #include "profiler/trace_input.h"
@@ -86,6 +87,13 @@ void run_profile(FILE *trace, const profiler_args &args, iostat_ctx *ctx) {
   vol_print_sample_info(args.device_map_path);
 
   if (args.user_size != 0) {
+    // The search's first replays can run beside the user's.
+    std::vector<replay_request> plan = {{args.user_size, w_flag != 0}};
+    if (predicted != 0) {
+      const std::vector<replay_request> search = vol_search_plan(predicted);
+      plan.insert(plan.end(), search.begin(), search.end());
+    }
+    vol_plan_replays(plan);
     casize = args.user_size;
     vol_calc_userspec_statistics(args.out_path, ctx);
   }

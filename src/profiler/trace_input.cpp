@@ -12,36 +12,20 @@
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
 #include "profiler/device_table.h"
+#include "profiler/lru_replay.h"
+#include "profiler/replay_trace.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_line.h"
+#include "profiler/trace_pieces.h"
+#include "profiler/trace_scan.h"
 
 wrkload_node *wrkload_list;
 wrkload_node *wrkload_tail;
-vwload_ent **vwload_list;
-vwload_ent **vmaxwload_list;
-uint32_t vwload_slots;
 
 namespace {
 
 constexpr uint64_t INTERVAL_SECONDS = 600;
-constexpr uint32_t MIN_VWLOAD_SLOTS = 100;
 constexpr unsigned REGION_SHIFT = 7; // 128 blocks a region
-
-// Last record of each chain of vwload_list, so that appending an interval
-// does not walk the chain (a long trace has one record per interval).  Only
-// read for a chain whose head is set.
-vwload_ent **vwload_last;
-
-// Grows one slot array to `slots`, nulling the new slots.
-bool grow_slots(vwload_ent ***array, uint32_t old_slots, uint32_t slots) {
-  void *grown = zrvmutil_xrealloc(*array, static_cast<uint64_t>(slots) * sizeof(vwload_ent *));
-  if (grown == nullptr)
-    return false;
-  *array = static_cast<vwload_ent **>(grown);
-  for (uint32_t i = old_slots; i < slots; i++)
-    (*array)[i] = nullptr;
-  return true;
-}
 
 // Counts one access to region r of volume id, adding the region when new.
 void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
@@ -59,26 +43,136 @@ void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_
   vol_stathash_add(e, store);
 }
 
+// Takes one request of the trace input's view: its regions (false when the
+// end wraps and it touches none), its device and its count in num_of_reads.
+// The length field is then reused to hold the request's last region (before
+// any cut), so a later line that stops short of its length reads this number
+// as its length.
+bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id) {
+  const bool forward = vol_trace_request_regions(line->start, line->length, first, last);
+  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
+  *id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
+  num_of_reads++;
+  return forward;
+}
+
+// Counts one request in the recorder's per-interval counts; when the replay
+// sees the same request (`same`), records its region ids too.
+void count_request(trace_line *line, replay_recorder *rec, bool same) {
+  uint64_t first;
+  uint64_t last;
+  uint32_t id;
+  const bool forward = take_request(line, &first, &last, &id);
+  if (same) {
+    if (forward)
+      rec->begin_read();
+    else
+      rec->wrapped_read();
+  }
+  if (!forward)
+    return;
+  // last <= 2^57 - 1, so r never wraps.
+  for (uint64_t r = first; r <= last; r++) {
+    const uint32_t replay_id = rec->count_access(id & 0xFFFF, r);
+    if (same)
+      rec->add_region(replay_id);
+  }
+}
+
+// The last interval is usually partial but counts a full 600 seconds.
+void finish_input(uint64_t elapsed) {
+  duration = static_cast<float>(elapsed) / 3600.0f;
+  casize = 3 * vol_calc_maxwload_size();
+}
+
+// Takes the first `n` fields of `scanned` into `line`, as the scan would
+// have stored them there.
+void take_fields(trace_line *line, const trace_line &scanned, int n) {
+  if (n > 0)
+    line->major = scanned.major;
+  if (n > 1)
+    line->minor = scanned.minor;
+  if (n > 2)
+    line->start = scanned.start;
+  if (n > 3)
+    line->length = scanned.length;
+}
+
+bool same_fields(const trace_line &a, const trace_line &b) {
+  return a.major == b.major && a.minor == b.minor && a.start == b.start && a.length == b.length;
+}
+
+// Lines scanned some way ahead of the one being counted: each region
+// access costs a lookup in a table far larger than the processor's caches,
+// so the slot of a whole line's first region is fetched while the lines
+// before it are counted.  Only a hint; nothing depends on it.
+class scanned_lines {
+public:
+  scanned_lines(trace_piece_reader *reader, replay_recorder *replay)
+      : reader_(reader), replay_(replay) {
+    for (size_t i = 0; i < AHEAD; i++)
+      scan(i);
+  }
+  // The next piece's fields and how many it supplied; false at the end.
+  bool next(trace_line *fields, int *n) {
+    line &l = ring_[head_];
+    if (l.n < 0)
+      return false;
+    *fields = l.fields;
+    *n = l.n;
+    scan(head_);
+    head_ = (head_ + 1) % AHEAD;
+    return true;
+  }
+
+private:
+  static constexpr size_t AHEAD = 16;
+  struct line {
+    trace_line fields;
+    int n; // -1: past the end
+  };
+  void scan(size_t i) {
+    const char *piece = reader_->next();
+    line &l = ring_[i];
+    if (piece == nullptr) {
+      l.n = -1;
+      return;
+    }
+    l.fields = trace_line{};
+    l.n = vol_scan_trace_fields(piece, &l.fields);
+    if (l.n != 4 || l.fields.length == 0)
+      return;
+    const volid_ent *e = vol_find_device(l.fields.major, l.fields.minor);
+    if (e != nullptr)
+      replay_->prefetch(static_cast<uint32_t>(e->uniq_id) & 0xFFFF, l.fields.start >> REGION_SHIFT);
+  }
+  trace_piece_reader *reader_;
+  replay_recorder *replay_;
+  line ring_[AHEAD];
+  size_t head_ = 0;
+};
+
+// The end of one of the trace input's intervals: its workload is selected
+// and kept, and the store emptied.
+void end_interval(iostat_ctx *ctx, uint64_t elapsed) {
+  vol_calc_workload(ctx);
+  vol_add_workload(&ctx->wrkload, elapsed);
+  vol_stathash_reset(&ctx->store);
+  // The node holds a copy of the record; its regions array goes now (and
+  // the copy's pointer with it, so that nothing can follow it).  The
+  // threshold stays, so an interval without a cut inherits the last one.
+  if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
+    wrkload_tail->rec.regions = nullptr;
+  vol_clear_workload(&ctx->wrkload);
+}
+
 } // namespace
 
-bool vol_vwload_reserve(uint64_t n) {
-  if (n <= vwload_slots && vwload_slots >= MIN_VWLOAD_SLOTS)
-    return true;
-  uint64_t want = vwload_slots < MIN_VWLOAD_SLOTS ? MIN_VWLOAD_SLOTS : vwload_slots;
-  while (want < n)
-    want *= 2;
-  if (want > UINT32_MAX)
-    return false;
-  uint32_t slots = static_cast<uint32_t>(want);
-  // All three arrays or none: a failure part-way leaves the grown ones
-  // merely larger than vwload_slots says, which is harmless.
-  if (!grow_slots(&vwload_list, vwload_slots, slots) ||
-      !grow_slots(&vmaxwload_list, vwload_slots, slots) ||
-      !grow_slots(&vwload_last, vwload_slots, slots))
-    return false;
-  vwload_slots = slots;
-  return true;
-}
+namespace {
+// The trace input as it ran before the compact form: one interval at a time
+// through vol_read_btfile, nothing recorded.  The reference for whole runs.
+void read_intervals(FILE *trace, iostat_ctx *ctx);
+} // namespace
 
 bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last) {
   *first = start >> REGION_SHIFT;
@@ -108,20 +202,12 @@ int vol_read_btfile(FILE *trace, stathash *store) {
     trace_line_kind kind = vol_trace_line_kind(&line);
     if (kind == trace_line_kind::separator)
       return 0;
-    if (kind == trace_line_kind::skip)
+    if (kind != trace_line_kind::request)
       continue;
-
     uint64_t first;
     uint64_t last;
-    bool forward = vol_trace_request_regions(line.start, line.length, &first, &last);
-    // The length field is reused to hold the request's last region (before
-    // any cut), so a later line that stops short of its length reads this
-    // number as its length.
-    line.length = (line.start + line.length - 1) >> REGION_SHIFT;
-
-    uint32_t id = vol_get_unique_volid(line.major, static_cast<uint32_t>(line.minor));
-    num_of_reads++;
-    if (!forward)
+    uint32_t id;
+    if (!take_request(&line, &first, &last, &id))
       continue;
     // last <= 2^57 - 1, so r never wraps.
     for (uint64_t r = first; r <= last; r++)
@@ -204,23 +290,66 @@ uint64_t vol_calc_maxwload_size(void) {
 
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   memset(ctx, 0, sizeof(*ctx));
+  if (vol_literal_replay()) {
+    read_intervals(trace, ctx);
+    return;
+  }
+  // One pass serves the aggregation and records the compact form for the
+  // replays.  The two read the same lines with different memories: the
+  // aggregation keeps a request's last region in the length field, and each
+  // starts its fields at zero after its own separators, so on malformed
+  // lines they can see different requests and even different intervals.
+  // Each keeps its own fields; while they agree, the replay's ids come from
+  // the aggregation's lookups.
+  replay_recorder replay;
+  trace_piece_reader reader(trace);
+  trace_line counted{};
+  trace_line replayed{};
+  uint64_t elapsed = INTERVAL_SECONDS;
+  // Every interval starts a chunk of its own, even if it carves nothing.
+  stat_pool_cursor cursor{};
+  (void)vol_stathash_pool_append_chunk(&ctx->store, &cursor);
+  scanned_lines ahead(&reader, &replay);
+  trace_line scanned;
+  int n;
+  while (ahead.next(&scanned, &n)) {
+    take_fields(&counted, scanned, n);
+    take_fields(&replayed, scanned, n);
+    const bool same = same_fields(counted, replayed);
+    switch (vol_trace_line_kind(&counted)) {
+    case trace_line_kind::separator:
+      replay.store_interval_counts(&ctx->store, &cursor);
+      end_interval(ctx, elapsed);
+      elapsed += INTERVAL_SECONDS;
+      cursor = stat_pool_cursor{};
+      (void)vol_stathash_pool_append_chunk(&ctx->store, &cursor);
+      counted = trace_line{};
+      break;
+    case trace_line_kind::skip:
+      break;
+    case trace_line_kind::request:
+      count_request(&counted, &replay, same);
+      if (same)
+        continue;
+      break;
+    }
+    replay.record_line(&replayed);
+  }
+  replay.store_interval_counts(&ctx->store, &cursor);
+  end_interval(ctx, elapsed);
+  vol_keep_replay_trace(replay.finish());
+  finish_input(elapsed);
+}
+
+namespace {
+void read_intervals(FILE *trace, iostat_ctx *ctx) {
   uint64_t elapsed = 0;
   int status;
   do {
     elapsed += INTERVAL_SECONDS;
     status = vol_read_btfile(trace, &ctx->store);
-    vol_calc_workload(ctx);
-    vol_add_workload(&ctx->wrkload, elapsed);
-    vol_stathash_reset(&ctx->store);
-    // The node holds a copy of the record; its regions array goes now (and
-    // the copy's pointer with it, so that nothing can follow it).  The
-    // threshold stays, so an interval without a cut inherits the last one.
-    if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
-      wrkload_tail->rec.regions = nullptr;
-    vol_clear_workload(&ctx->wrkload);
+    end_interval(ctx, elapsed);
   } while (status != -1);
-
-  // The last interval is usually partial but counts a full 600 seconds.
-  duration = static_cast<float>(elapsed) / 3600.0f;
-  casize = 3 * vol_calc_maxwload_size();
+  finish_input(elapsed);
 }
+} // namespace

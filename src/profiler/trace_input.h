@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "daemon/workload_select.h"
+#include "profiler/volume_loads.h"
 #include "stats/stathash.h"
 
 struct iostat_ctx;
@@ -22,23 +23,6 @@ struct wrkload_node {
 };
 extern wrkload_node *wrkload_list;
 extern wrkload_node *wrkload_tail;
-
-// Per-volume record: one per interval with a workload (in vwload_list), or
-// the volume's maximum (in vmaxwload_list), which the report later names.
-struct vwload_ent {
-  uint64_t count;        // hot regions of the volume in that interval
-  char *name;            // display name (only on maxima, set by the report)
-  vwload_ent *next;
-};
-// Indexed by dense device number.  Both arrays always have vwload_slots
-// slots (at least 100, and at least guniq_id: every new device makes room
-// for itself), empty slots being null.
-extern vwload_ent **vwload_list;
-extern vwload_ent **vmaxwload_list;
-extern uint32_t vwload_slots;
-// Grows both arrays to at least max(n, 100) slots, new slots null.  Returns
-// false when memory runs out (message printed, arrays unchanged).
-bool vol_vwload_reserve(uint64_t n);
 
 // Regions a single request may touch at most: a read of more than 4 GiB is
 // not a real request, and counting 2^57 regions for a garbage length would

@@ -2,10 +2,12 @@
 
 #include <cstdlib>
 
+#include "profiler/lru_replay.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_input.h"
 
 void reset_trace_state() {
+  vol_drop_replay_trace();
   for (volid_ent *&chain : volid_list) {
     while (chain != nullptr) {
       volid_ent *next = chain->next;

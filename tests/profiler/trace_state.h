@@ -8,7 +8,8 @@
 #include "stats/stathash.h"
 #include "zeroed_heap.h"
 
-// Frees the device table, the interval list and the per-volume records, and
+// Frees the device table, the interval list, the per-volume records and the
+// replays' compact trace, and
 // zeroes guniq_id, num_of_reads, duration, casize and the latencies.  The
 // per-volume slot arrays stay allocated, every slot null.
 void reset_trace_state();

@@ -1,0 +1,180 @@
+// The replay over dense ids.
+//
+// The streaming replay keeps the cache as a hash table whose end-of-interval
+// walk visits buckets in ascending order and each chain from its head, and
+// pushes the entries that turn cold on a stack.  A chain only ever gains
+// entries at its head and loses them without reordering the rest, so the
+// walk's order is (bucket ascending, admission descending), and the stack
+// hands cold entries out in (bucket descending, admission ascending) order.
+// Here the cold list is kept sorted in that order directly; the cache is a
+// node array in admission-slot order, found through a per-id slot.
+
+#include "profiler/compact_replay.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "stats/stathash.h"
+
+namespace {
+
+constexpr uint32_t STATE_MASK = ~CACHE_COUNT_MASK;
+constexpr unsigned EPOCH_SHIFT = 28;   // an id's count word: epoch tag | count
+constexpr uint32_t EPOCHS = 16;
+constexpr unsigned SEQ_BITS = 44;      // eviction key: inverted bucket | admission
+
+struct id_state {
+  uint32_t count;  // (interval & 15) << 28 | accesses in that interval (mod 2^28)
+  uint32_t slot;   // node + 1 while cached, else 0
+};
+
+struct node {
+  uint32_t id;
+  uint32_t acc;    // cache state | hits (28 bits, saturating)
+  uint64_t key;    // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
+};
+
+struct cold_ref {
+  uint64_t key;
+  uint32_t node;
+  bool operator<(const cold_ref &o) const { return key < o.key; }
+};
+
+class cache_sim {
+public:
+  cache_sim(const replay_trace &t, uint64_t capacity, bool admit_all)
+      : t_(t), capacity_(capacity), admit_all_(admit_all), ids_(t.ids(), id_state{0, 0}) {}
+
+  void interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
+
+private:
+  void admit(uint32_t id, uint32_t count);
+  void age(uint32_t threshold);
+
+  const replay_trace &t_;
+  uint64_t capacity_;
+  bool admit_all_;
+  std::vector<id_state> ids_;
+  std::vector<node> nodes_;
+  std::vector<cold_ref> cold_;  // in eviction order from cold_next_ on
+  size_t cold_next_ = 0;
+  uint64_t admissions_ = 0;
+  uint32_t threshold_ = 0;
+  std::vector<cold_ref> fresh_, merged_;
+};
+
+void cache_sim::admit(uint32_t id, uint32_t count) {
+  uint32_t n;
+  if (nodes_.size() < capacity_) {
+    n = static_cast<uint32_t>(nodes_.size());
+    nodes_.push_back(node{});
+  } else {
+    if (cold_next_ == cold_.size())
+      return; // full, nothing evictable
+    n = cold_[cold_next_++].node;
+    ids_[nodes_[n].id].slot = 0;
+  }
+  const uint64_t bucket = t_.bucket[id];
+  nodes_[n] = node{id, (count & CACHE_COUNT_MASK) | CACHE_HOT,
+                   (STATHASH_BUCKETS - 1 - bucket) << SEQ_BITS | admissions_++};
+  ids_[id].slot = n + 1;
+}
+
+void cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
+  threshold_ = t_.threshold[k];
+  const uint32_t epoch = k % EPOCHS;
+  if (epoch == 0 && k != 0) {
+    for (id_state &s : ids_)
+      s.count = 0;
+  }
+  const uint32_t tag = epoch << EPOCH_SHIFT;
+  int read = 0; // 0: none open, 1: open, no hit yet, 2: open with a hit
+  for (uint64_t i = begin; i < end;) {
+    const uint32_t *chunk = t_.chunks[i / TRACE_CHUNK_WORDS].get();
+    uint64_t at = i % TRACE_CHUNK_WORDS;
+    const uint64_t stop = std::min<uint64_t>(TRACE_CHUNK_WORDS, at + (end - i));
+    i += stop - at;
+    for (; at < stop; at++) {
+      const uint32_t w = chunk[at];
+      if ((w & TRACE_READ_START) != 0) {
+        f->hits += read == 2;
+        f->misses += read == 1;
+        if (w == TRACE_WRAPPED_READ) {
+          f->misses += 1;
+          read = 0;
+          continue;
+        }
+        read = 1;
+      }
+      const uint32_t id = w & TRACE_ID_MASK;
+      id_state &s = ids_[id];
+      const uint32_t count =
+          (s.count & STATE_MASK) == tag ? ((s.count + 1) & CACHE_COUNT_MASK) : 1;
+      s.count = tag | count;
+      if (s.slot != 0) {
+        read = 2;
+        uint32_t &acc = nodes_[s.slot - 1].acc;
+        if ((acc & CACHE_COUNT_MASK) != CACHE_COUNT_MASK)
+          acc += 1;
+        continue;
+      }
+      if (admit_all_ || count >= threshold_)
+        admit(id, count);
+    }
+  }
+  f->hits += read == 2;
+  f->misses += read == 1;
+  age(threshold_);
+}
+
+// A region turns evictable only after two intervals below the threshold, and
+// a cold one needs two good intervals to become hot again.
+void cache_sim::age(uint32_t threshold) {
+  fresh_.clear();
+  for (uint32_t n = 0; n < nodes_.size(); n++) {
+    node &e = nodes_[n];
+    const bool busy = (e.acc & CACHE_COUNT_MASK) >= threshold;
+    const uint32_t state = e.acc & STATE_MASK;
+    if (state == CACHE_HOT) {
+      e.acc = busy ? CACHE_HOT : CACHE_WARM;
+    } else if (state == CACHE_WARM) {
+      e.acc = busy ? CACHE_HOT : CACHE_COLD;
+      if (!busy)
+        fresh_.push_back(cold_ref{e.key, n});
+    } else {
+      e.acc = busy ? CACHE_WARM : CACHE_COLD;
+    }
+  }
+  // Entries still on the list were cold before; those still cold stay, in
+  // order, and the ones that just turned cold are merged in.
+  merged_.clear();
+  std::sort(fresh_.begin(), fresh_.end());
+  auto keep = [this](const cold_ref &c) { return nodes_[c.node].acc == CACHE_COLD; };
+  size_t j = 0;
+  for (size_t i = cold_next_; i < cold_.size(); i++) {
+    if (!keep(cold_[i]))
+      continue;
+    while (j < fresh_.size() && fresh_[j].key < cold_[i].key)
+      merged_.push_back(fresh_[j++]);
+    merged_.push_back(cold_[i]);
+  }
+  merged_.insert(merged_.end(), fresh_.begin() + static_cast<ptrdiff_t>(j), fresh_.end());
+  cold_.swap(merged_);
+  cold_next_ = 0;
+}
+
+} // namespace
+
+bool vol_replay_compact(const replay_trace &trace, uint64_t capacity, bool admit_all,
+                        replay_figures *figures, std::stop_token stop) {
+  *figures = replay_figures{};
+  cache_sim sim(trace, capacity, admit_all);
+  uint64_t begin = 0;
+  for (uint32_t k = 0; k < trace.interval_end.size(); k++) {
+    if (stop.stop_requested())
+      return false;
+    sim.interval(begin, trace.interval_end[k], k, figures);
+    begin = trace.interval_end[k];
+  }
+  return true;
+}

@@ -1,0 +1,104 @@
+#include "profiler/replay_runner.h"
+
+#include <cstdlib>
+#include <sched.h>
+
+#include "stats/stathash.h"
+
+struct replay_runner::job {
+  replay_request request;
+  replay_outcome outcome{};
+  std::jthread thread;  // joined before outcome is read
+};
+
+namespace {
+
+replay_outcome run_replay(const replay_trace &trace, const replay_request &r, bool pool_failed,
+                          std::stop_token stop) {
+  replay_outcome out{};
+  out.pool_failed = pool_failed;
+  (void)vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop);
+  return out;
+}
+
+} // namespace
+
+bool vol_node_pool_fits(uint64_t casize) {
+  if (casize > (UINT64_MAX - sizeof(uint64_t)) / STAT_ENT_SIZE)
+    return false;
+  void *block = calloc(1, casize * STAT_ENT_SIZE + sizeof(uint64_t));
+  free(block);
+  return block != nullptr;
+}
+
+unsigned vol_replay_threads() {
+  if (const char *env = getenv("ZRIOSTAT_REPLAY_THREADS")) {
+    const long n = strtol(env, nullptr, 10);
+    if (n > 0 && n <= 256)
+      return static_cast<unsigned>(n);
+  }
+  cpu_set_t set;
+  if (sched_getaffinity(0, sizeof(set), &set) == 0 && CPU_COUNT(&set) > 0)
+    return static_cast<unsigned>(CPU_COUNT(&set));
+  const unsigned n = std::thread::hardware_concurrency();
+  return n == 0 ? 1 : n;
+}
+
+replay_runner::replay_runner(const replay_trace &trace, unsigned threads)
+    : trace_(trace), threads_(threads) {}
+
+replay_runner::~replay_runner() { drop_all(); }
+
+void replay_runner::drop_all() {
+  for (auto &j : running_)
+    j->thread.request_stop();
+  running_.clear(); // each jthread joins as it goes
+  waiting_.clear();
+}
+
+void replay_runner::start_jobs() {
+  // With one thread nothing runs ahead: take() replays in the caller.
+  while (threads_ > 1 && running_.size() < threads_ && !waiting_.empty()) {
+    auto j = std::make_unique<job>();
+    j->request = waiting_.front();
+    waiting_.pop_front();
+    // The pool is tried now, in this thread; its message waits for take().
+    const bool failed = !vol_node_pool_fits(j->request.casize);
+    job *p = j.get();
+    p->thread = std::jthread([this, p, failed](std::stop_token stop) {
+      p->outcome = run_replay(trace_, p->request, failed, stop);
+    });
+    running_.push_back(std::move(j));
+  }
+}
+
+void replay_runner::plan(const std::vector<replay_request> &upcoming) {
+  size_t kept = 0;
+  while (kept < running_.size() && kept < upcoming.size() && running_[kept]->request == upcoming[kept])
+    kept++;
+  while (running_.size() > kept) {
+    running_.back()->thread.request_stop();
+    running_.pop_back();
+  }
+  waiting_.assign(upcoming.begin() + static_cast<ptrdiff_t>(kept), upcoming.end());
+  start_jobs();
+}
+
+replay_outcome replay_runner::take(const replay_request &r) {
+  if (!running_.empty() && running_.front()->request == r) {
+    std::unique_ptr<job> j = std::move(running_.front());
+    running_.pop_front();
+    start_jobs();
+    j->thread.join();
+    return j->outcome;
+  }
+  if (running_.empty() && !waiting_.empty() && waiting_.front() == r) {
+    waiting_.pop_front();
+  } else {
+    drop_all();
+  }
+  const bool failed = !vol_node_pool_fits(r.casize);
+  replay_outcome out = run_replay(trace_, r, failed, {});
+  start_jobs();
+  return out;
+}

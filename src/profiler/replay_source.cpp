@@ -1,0 +1,89 @@
+// Where vol_apply_lru takes its replays from: the compact form the trace
+// input kept, replayed ahead on worker threads when the report has said what
+// comes next.
+
+#include <cstdio>
+
+#include "common/pfmt.h"
+#include "profiler/lru_replay.h"
+#include "profiler/run_state.h"
+
+namespace {
+
+std::unique_ptr<replay_recorder::pending> recorded;
+std::unique_ptr<replay_trace> settled;
+std::unique_ptr<replay_runner> runner;
+bool literal;
+
+// The kept form, settled now if this is its first use; null when none.
+replay_runner *kept_runner() {
+  if (recorded != nullptr) {
+    settled = vol_settle_replay_trace(std::move(recorded));
+    runner = std::make_unique<replay_runner>(*settled, vol_replay_threads());
+  }
+  return runner.get();
+}
+
+// The outcome as the streaming replay leaves it in the run state.  The
+// pool's failure message comes now, in report order, whichever thread ran
+// the replay.
+void account(const replay_outcome &out, const replay_trace &trace) {
+  if (out.pool_failed)
+    volpfmt(stderr, VOL_PFMT_ERROR, ":734:Memory allocation failure\n");
+  read_hit += out.figures.hits;
+  read_miss += out.figures.misses;
+  thrshold = trace.last_threshold;
+  canodebuf = stat_pool_cursor{};
+  cold_ent = cold_list{};
+}
+
+} // namespace
+
+void vol_use_literal_replay(bool on) { literal = on; }
+
+void vol_keep_replay_trace(std::unique_ptr<replay_recorder::pending> kept) {
+  vol_drop_replay_trace();
+  recorded = std::move(kept);
+}
+
+const replay_trace *vol_kept_replay_trace(void) {
+  return kept_runner() != nullptr ? settled.get() : nullptr;
+}
+
+void vol_drop_replay_trace(void) {
+  runner.reset();
+  settled.reset();
+  recorded.reset();
+}
+
+bool vol_literal_replay(void) { return literal; }
+
+void vol_plan_replays(const std::vector<replay_request> &upcoming) {
+  if (literal)
+    return;
+  if (replay_runner *r = kept_runner())
+    r->plan(upcoming);
+}
+
+void vol_apply_lru(const char *path, iostat_ctx *ctx) {
+  if (literal) {
+    vol_apply_lru_literal(path, ctx);
+    return;
+  }
+  const replay_request request{casize, w_flag != 0};
+  if (replay_runner *r = kept_runner()) {
+    account(r->take(request), *settled);
+    return;
+  }
+  FILE *file = fopen(path, "r");
+  std::unique_ptr<replay_recorder::pending> p = vol_record_replay_trace(file);
+  if (file != nullptr)
+    fclose(file);
+  if (p == nullptr) {
+    vol_apply_lru_literal(path, ctx); // too large for the compact form
+    return;
+  }
+  std::unique_ptr<replay_trace> trace = vol_settle_replay_trace(std::move(p));
+  replay_runner once(*trace, 1);
+  account(once.take(request), *trace);
+}

@@ -1,0 +1,263 @@
+// The compact replay form: recording the replay's view of the trace as
+// dense region ids, and settling the devices and ids at the first replay.
+
+#include "profiler/replay_trace.h"
+
+#include <new>
+
+#include "profiler/device_table.h"
+#include "profiler/lru_replay.h"
+#include "profiler/trace_input.h"
+#include "profiler/trace_pieces.h"
+#include "profiler/trace_scan.h"
+#include "stats/stathash.h"
+
+namespace {
+
+// A device met by the replay before the device table knew it has the key
+// NEW_DEVICE_KEY + its number in the order met; every other key is volid16.
+constexpr uint32_t NEW_DEVICE_KEY = 0x10000;
+
+} // namespace
+
+// Open addressing from (device key, region) to the dense id.  A slot also
+// counts the trace input's accesses of its key in the input's current
+// interval, so that each region access costs one lookup.
+struct replay_recorder::key_table {
+  struct slot {
+    uint64_t region;
+    uint32_t device;
+    uint32_t id_plus_one; // 0: empty
+    uint32_t epoch;       // the trace input's interval (from 1) of count
+    uint32_t count;
+  };
+  std::vector<slot> slots = std::vector<slot>(1 << 16);
+  uint64_t used = 0;
+  std::vector<uint64_t> counted; // slots counted in the current interval, in order
+
+  static uint64_t hash(uint32_t device, uint64_t region) {
+    uint64_t h = (region ^ (uint64_t{device} << 40)) * 0x9E3779B97F4A7C15ull;
+    return h ^ (h >> 29);
+  }
+  uint64_t probe(uint32_t device, uint64_t region) const {
+    const uint64_t mask = slots.size() - 1;
+    uint64_t i = hash(device, region) & mask;
+    while (slots[i].id_plus_one != 0 && (slots[i].region != region || slots[i].device != device))
+      i = (i + 1) & mask;
+    return i;
+  }
+  // The slot of the key; a new key takes the id `fresh` (*added set).
+  uint64_t find_or_add(uint32_t device, uint64_t region, uint32_t fresh, bool *added) {
+    if ((used + 1) * 4 > slots.size() * 3)
+      grow();
+    const uint64_t i = probe(device, region);
+    *added = slots[i].id_plus_one == 0;
+    if (*added) {
+      slots[i] = slot{region, device, fresh + 1, 0, 0};
+      used++;
+    }
+    return i;
+  }
+  void grow() {
+    std::vector<slot> old(slots.size() * 2);
+    old.swap(slots);
+    for (const slot &s : old) {
+      if (s.id_plus_one != 0)
+        slots[probe(s.device, s.region)] = s;
+    }
+    for (uint64_t &i : counted)
+      i = probe(old[i].device, old[i].region);
+  }
+};
+
+replay_recorder::pending::~pending() = default;
+
+replay_recorder::replay_recorder() : trace_(new replay_trace), keys_(new key_table) {}
+replay_recorder::~replay_recorder() = default;
+
+void replay_recorder::push(uint32_t w) {
+  replay_trace &t = *trace_;
+  const uint64_t at = t.words % TRACE_CHUNK_WORDS;
+  if (at == 0) {
+    uint32_t *chunk = new (std::nothrow) uint32_t[TRACE_CHUNK_WORDS];
+    if (chunk == nullptr) {
+      ok_ = false;
+      return;
+    }
+    t.chunks.emplace_back(chunk);
+  }
+  t.chunks.back()[at] = w;
+  t.words++;
+}
+
+uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
+  bool added;
+  const uint32_t next = static_cast<uint32_t>(trace_->bucket.size());
+  const uint64_t i = keys_->find_or_add(device, region, next, &added);
+  if (added) {
+    if (next >= TRACE_MAX_IDS)
+      ok_ = false;
+    // The bucket of a known device is final already; a new device's is set
+    // when it is settled.
+    trace_->bucket.push_back(static_cast<uint32_t>((region + device) % STATHASH_BUCKETS));
+  }
+  return i;
+}
+
+void replay_recorder::prefetch(uint32_t volid16, uint64_t region) const {
+  const uint64_t mask = keys_->slots.size() - 1;
+  __builtin_prefetch(&keys_->slots[key_table::hash(volid16, region) & mask], 1);
+}
+
+uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
+  return keys_->slots[slot_of(volid16, region)].id_plus_one - 1;
+}
+
+uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
+  const uint64_t i = slot_of(volid16, region);
+  key_table::slot &s = keys_->slots[i];
+  if (s.epoch != epoch_) {
+    s.epoch = epoch_;
+    s.count = 0;
+    keys_->counted.push_back(i);
+  }
+  s.count++;
+  return s.id_plus_one - 1;
+}
+
+void replay_recorder::store_interval_counts(stathash *store, stat_pool_cursor *cursor) {
+  for (uint64_t i : keys_->counted) {
+    const key_table::slot &s = keys_->slots[i];
+    stat_ent *e = vol_stathash_pool_carve(store, cursor);
+    if (e == nullptr)
+      continue; // out of memory, message printed: the region goes uncounted
+    e->region = s.region;
+    e->acc_cnt = s.count;
+    e->volid = s.device;
+    vol_stathash_add(e, store);
+  }
+  keys_->counted.clear();
+  epoch_++;
+}
+
+uint32_t replay_recorder::device_key(const trace_line *line) {
+  if (const volid_ent *e = vol_find_device(line->major, line->minor))
+    return static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
+  for (size_t i = 0; i < new_devices_.size(); i++) {
+    if (new_devices_[i].first == line->major && new_devices_[i].second == line->minor)
+      return NEW_DEVICE_KEY + static_cast<uint32_t>(i);
+  }
+  new_devices_.emplace_back(line->major, line->minor);
+  return NEW_DEVICE_KEY + static_cast<uint32_t>(new_devices_.size() - 1);
+}
+
+void replay_recorder::record_line(trace_line *line) {
+  switch (vol_trace_line_kind(line)) {
+  case trace_line_kind::separator:
+    end_interval();
+    *line = trace_line{};
+    return;
+  case trace_line_kind::skip:
+    return;
+  case trace_line_kind::request:
+    break;
+  }
+  uint64_t first;
+  uint64_t last;
+  const bool forward = vol_trace_request_regions(line->start, line->length, &first, &last);
+  const uint32_t key = device_key(line);
+  if (!forward) {
+    wrapped_read();
+    return;
+  }
+  begin_read();
+  for (uint64_t r = first;; r++) {
+    add_region(id_of(key, r));
+    if (r == last)
+      break;
+  }
+}
+
+void replay_recorder::end_interval() { trace_->interval_end.push_back(trace_->words); }
+
+std::unique_ptr<replay_recorder::pending> replay_recorder::finish() {
+  end_interval();
+  if (!ok_)
+    return nullptr;
+  auto p = std::make_unique<pending>();
+  p->trace = std::move(trace_);
+  p->keys = std::move(keys_);
+  p->new_devices = std::move(new_devices_);
+  return p;
+}
+
+namespace {
+
+// Interval k (from 1) runs with the threshold of the record stamped
+// 600 (k - 1); the first with 0, as does one whose predecessor has no record.
+void take_thresholds(replay_trace *t) {
+  const size_t n = t->interval_end.size();
+  t->threshold.assign(n, 0);
+  std::vector<bool> set(n, false);
+  for (const wrkload_node *w = wrkload_list; w != nullptr; w = w->next) {
+    if (w->elapsed % 600 != 0 || w->elapsed / 600 >= n)
+      continue;
+    const size_t k = w->elapsed / 600; // the interval (from 0) that uses it
+    if (!set[k]) {
+      t->threshold[k] = w->rec.threshold;
+      set[k] = true;
+    }
+  }
+  t->last_threshold = n == 0 ? 0 : t->threshold[n - 1];
+}
+
+} // namespace
+
+std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p) {
+  std::unique_ptr<replay_trace> t = std::move(p->trace);
+  take_thresholds(t.get());
+  if (p->new_devices.empty())
+    return t;
+
+  // The replay would create these devices as it met them, in this order.
+  std::vector<uint32_t> volid16;
+  for (const auto &[major, minor] : p->new_devices)
+    volid16.push_back(vol_get_unique_volid(major, static_cast<uint32_t>(minor)) & 0xFFFF);
+
+  // Keys of new devices may now equal keys recorded under a known device's
+  // volid16: renumber every id by its final key.
+  replay_recorder::key_table final_keys;
+  std::vector<uint32_t> renumber(t->bucket.size());
+  std::vector<uint32_t> bucket;
+  for (const auto &s : p->keys->slots) {
+    if (s.id_plus_one == 0)
+      continue;
+    const uint32_t v = s.device >= NEW_DEVICE_KEY ? volid16[s.device - NEW_DEVICE_KEY] : s.device;
+    bool added;
+    const uint64_t i = final_keys.find_or_add(v, s.region, static_cast<uint32_t>(bucket.size()), &added);
+    const uint32_t id = final_keys.slots[i].id_plus_one - 1;
+    if (added)
+      bucket.push_back(static_cast<uint32_t>((s.region + v) % STATHASH_BUCKETS));
+    renumber[s.id_plus_one - 1] = id;
+  }
+  for (uint64_t i = 0; i < t->words; i++) {
+    uint32_t &w = t->chunks[i / TRACE_CHUNK_WORDS][i % TRACE_CHUNK_WORDS];
+    if (w != TRACE_WRAPPED_READ)
+      w = (w & TRACE_READ_START) | renumber[w & TRACE_ID_MASK];
+  }
+  t->bucket = std::move(bucket);
+  return t;
+}
+
+std::unique_ptr<replay_recorder::pending> vol_record_replay_trace(FILE *trace) {
+  replay_recorder rec;
+  trace_piece_reader reader(trace);
+  trace_line line{};
+  while (const char *piece = reader.next()) {
+    (void)vol_scan_trace_fields(piece, &line);
+    rec.record_line(&line);
+    if (!rec.ok())
+      return nullptr;
+  }
+  return rec.finish();
+}

@@ -1,0 +1,118 @@
+#pragma once
+// The compact form of a trace that the replays run from: read once, then
+// replayed at every cache size without touching the text again.
+//
+// Every region access of the trace becomes one 32-bit word, the region's
+// dense id (one id per (volid & 0xFFFF, region) key, exactly the key the
+// replay's hash lookups compare), with the top bit set on the first region of
+// each read.  A read whose end wraps past 2^64 (a miss that touches nothing)
+// is the one word TRACE_WRAPPED_READ.  The words are kept in fixed chunks so
+// that growing never copies them: about 4 bytes a region access.
+//
+// What the replays need and that does not depend on the cache size is
+// computed once: each id's cache bucket, and each interval's threshold.
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "profiler/trace_line.h"
+#include "stats/stathash.h"
+
+constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
+constexpr uint32_t TRACE_ID_MASK = 0x7FFFFFFF;
+constexpr uint32_t TRACE_WRAPPED_READ = 0xFFFFFFFF;
+constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x7FFFFFFF is reserved
+constexpr uint64_t TRACE_CHUNK_WORDS = uint64_t{1} << 20;
+
+struct replay_trace {
+  std::vector<std::unique_ptr<uint32_t[]>> chunks; // TRACE_CHUNK_WORDS each
+  uint64_t words = 0;                  // words in all chunks
+  std::vector<uint64_t> interval_end;  // word offset where each interval ends
+  std::vector<uint32_t> bucket;        // per id: the cache table bucket
+  std::vector<uint32_t> threshold;     // per interval: its admission threshold
+  uint32_t last_threshold = 0;         // the threshold the last interval ran with
+
+  uint32_t word(uint64_t i) const { return chunks[i / TRACE_CHUNK_WORDS][i % TRACE_CHUNK_WORDS]; }
+  uint32_t ids() const { return static_cast<uint32_t>(bucket.size()); }
+};
+
+// Builds a replay_trace while the trace is read.  The replay's own view of
+// each line goes in (record_line), or, when the caller has just counted the
+// same request in its own region table, the ids it already looked up
+// (begin_read / add_region).  A device that the device table does not know
+// yet is only noted: the replay creates devices when it meets them, after
+// the trace input and the device map, so its number is settled by finish().
+class replay_recorder {
+public:
+  replay_recorder();
+  ~replay_recorder();
+  replay_recorder(const replay_recorder &) = delete;
+  replay_recorder &operator=(const replay_recorder &) = delete;
+
+  // The replay's view of one trace line (its fields as the replay holds
+  // them); resets *line at an interval separator.
+  void record_line(trace_line *line);
+  // A read of a known device whose regions the caller adds one by one.
+  void begin_read() { start_ = TRACE_READ_START; }
+  void wrapped_read() { push(TRACE_WRAPPED_READ); }
+  // The id of (volid16, region) of a device the table knows, made if new.
+  uint32_t id_of(uint32_t volid16, uint64_t region);
+
+  // The trace input's counting, on the same keys: counts one access of
+  // (volid16, region) in the input's current interval and returns its id.
+  uint32_t count_access(uint32_t volid16, uint64_t region);
+  // Starts fetching the table slot of (volid16, region) into the cache.
+  void prefetch(uint32_t volid16, uint64_t region) const;
+  // Fills `store` (empty) with the current interval's counts as counting
+  // access by access would have left it: one entry per region, carved
+  // through `cursor` and added in the order the regions were first met.
+  // Then starts the next interval.
+  void store_interval_counts(stathash *store, stat_pool_cursor *cursor);
+  void add_region(uint32_t id) {
+    push(id | start_);
+    start_ = 0;
+  }
+  void end_interval();
+  // False when the trace needs more ids than a word can hold or memory ran
+  // out; the form is then unusable.
+  bool ok() const { return ok_; }
+
+  // Ends the last interval (end of file) and hands the form over, keeping
+  // the devices to settle.  Null when !ok().
+  struct pending;
+  std::unique_ptr<pending> finish();
+  struct key_table; // (device key, region) to id
+
+private:
+  void push(uint32_t w);
+  uint64_t slot_of(uint32_t device, uint64_t region);
+  uint32_t device_key(const trace_line *line);
+
+  std::unique_ptr<replay_trace> trace_;
+  std::unique_ptr<key_table> keys_;
+  std::vector<std::pair<int32_t, int32_t>> new_devices_; // (major, minor) in order met
+  uint32_t start_ = 0;
+  uint32_t epoch_ = 1;
+  bool ok_ = true;
+};
+
+// A recorded trace whose new devices and thresholds are not settled yet.
+struct replay_recorder::pending {
+  std::unique_ptr<replay_trace> trace;
+  std::unique_ptr<key_table> keys;
+  std::vector<std::pair<int32_t, int32_t>> new_devices;
+  ~pending();
+};
+
+// Settles a recorded trace at the moment its first replay would run: the
+// devices the replay meets first are added to the device table in the order
+// met, the ids of keys that turn out equal are merged, each id's bucket is
+// computed, and the thresholds are taken from wrkload_list (interval k runs
+// with the threshold of the record stamped 600 (k - 1), 0 when none).
+std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p);
+
+// Reads the replay's view of a whole trace file (no aggregation).  Null when
+// the form cannot be built.
+std::unique_ptr<replay_recorder::pending> vol_record_replay_trace(FILE *trace);

@@ -1,0 +1,28 @@
+#pragma once
+// Reading the trace in 255-character pieces, exactly as fgets with a
+// 256-byte buffer hands them out (a piece ends after a line end or after
+// 255 characters, whichever comes first), but from large blocks of the file
+// instead of one library call a line.
+
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+
+class trace_piece_reader {
+public:
+  explicit trace_piece_reader(FILE *file);
+  // The next piece, NUL-terminated (a NUL inside it ends it early, as it
+  // does for the scanner after fgets), valid until the next call; null at
+  // end of file or on a read error.
+  const char *next();
+
+private:
+  bool refill();
+  FILE *file_;
+  std::unique_ptr<char[]> buf_;
+  size_t pos_ = 0;
+  size_t len_ = 0;
+  size_t cut_ = 0;     // where the last piece's terminator was written
+  char saved_ = '\0';  // the byte that terminator replaced (0 at first)
+  bool end_ = false;
+};
