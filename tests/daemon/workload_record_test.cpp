@@ -1,0 +1,254 @@
+// The statistics-file record: its bytes at their fixed offsets (which a
+// writer and a reader sharing one mistake would both get wrong), a
+// randomized writer-to-reader round trip, and the records no writer makes.
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "daemon/guid_map.h"
+#include "daemon/workload_record.h"
+
+namespace {
+
+std::string hex(const std::vector<unsigned char> &bytes) {
+  std::string out;
+  for (unsigned char b : bytes) {
+    out += "0123456789abcdef"[b >> 4];
+    out += "0123456789abcdef"[b & 15];
+  }
+  return out;
+}
+
+struct map_volume {
+  uint32_t volid;
+  uint32_t group1;
+  uint16_t group2, group3;
+  uint64_t tail; // the last eight bytes, as stored
+};
+
+// A guid-volid map built as the daemon builds it: entries pushed on the head
+// of bucket (volid & 0xff) in array order.
+struct test_map {
+  explicit test_map(const std::vector<map_volume> &vols)
+      : blk(static_cast<guidmap_blk *>(
+            std::calloc(1, sizeof(guidmap_blk) + (vols.size() + 1) * sizeof(vol_map_ent)))) {
+    vol_map_ent *ents = vol_guidmap_entries(blk);
+    for (size_t i = 0; i < vols.size(); i++) {
+      ents[i].volid = vols[i].volid;
+      std::memcpy(ents[i].guid, &vols[i].group1, 4);
+      std::memcpy(ents[i].guid + 4, &vols[i].group2, 2);
+      std::memcpy(ents[i].guid + 6, &vols[i].group3, 2);
+      std::memcpy(ents[i].guid + 8, &vols[i].tail, 8);
+      ents[i].next = blk->buckets[vols[i].volid & 0xff];
+      blk->buckets[vols[i].volid & 0xff] = &ents[i];
+    }
+    blk->count = static_cast<uint32_t>(vols.size());
+  }
+  ~test_map() { std::free(blk); }
+  test_map(const test_map &) = delete;
+  test_map &operator=(const test_map &) = delete;
+  guidmap_blk *blk;
+};
+
+std::vector<unsigned char> serialise(const wl_header &h, const test_map &map,
+                                     const std::vector<wrkload_ent> &regions) {
+  uint64_t size = 0;
+  EXPECT_TRUE(vol_workload_record_size(h.nvols, h.wl_count, h.details != 0, &size));
+  std::vector<unsigned char> buf(size);
+  vol_serialise_workload(buf.data(), &h, map.blk, regions.data(), regions.size());
+  return buf;
+}
+
+std::vector<uint64_t> fields(const wl_header &h) {
+  return {static_cast<uint64_t>(h.time), h.wl_count, h.nregions, h.nvols, h.info_word,
+          h.threshold, h.drop_factor, h.last5_idx, h.last3_idx, h.last2_idx, h.first5_idx,
+          h.first5_cnt, h.first3_idx, h.first3_cnt, h.first2_idx, h.first2_cnt, h.details,
+          h.max_drop, h.maxdrop_cnt, h.maxdrop_idx};
+}
+
+// Every field a different byte pattern, so that a field at the wrong offset
+// or in the wrong order shows in the bytes.
+wl_header patterned_header() {
+  wrkload_rec rec{};
+  rec.wl_count = 2;
+  rec.nregions = 0x1112131415161718;
+  rec.info_word = 0x21222324;
+  rec.threshold = 0x25262728;
+  rec.last5_idx = 0x3132333435363738;
+  rec.last3_idx = 0x4142434445464748;
+  rec.last2_idx = 0x5152535455565758;
+  rec.first5_idx = 0x6162636465666768;
+  rec.first5_cnt = 0x696a6b6c;
+  rec.first3_idx = 0x7172737475767778;
+  rec.first3_cnt = 0x797a7b7c;
+  rec.first2_idx = 0x8182838485868788;
+  rec.first2_cnt = 0x898a8b8c;
+  rec.max_drop = 0x91929394;
+  rec.maxdrop_cnt = 0x95969798;
+  rec.maxdrop_idx = 0xa1a2a3a4a5a6a7a8;
+  wl_header h;
+  vol_workload_header(&h, &rec, 0x0102030405060708, 1, 1);
+  return h;
+}
+
+TEST(WorkloadRecord, BytesSitAtTheirOffsets) {
+  // Volume 0x10203 keeps its low 16 bits; the second detail record has no
+  // region behind it (one entry in the array) and stays zero.
+  test_map map({{0x10203, 0xb1b2b3b4, 0xb5b6, 0xb7b8, 0}});
+  const unsigned char tail[8] = {0xb9, 0xba, 0xbb, 0xbc, 0xbd, 0xbe, 0xbf, 0xc0};
+  std::memcpy(vol_guidmap_entries(map.blk)[0].guid + 8, tail, 8);
+  std::vector<unsigned char> buf =
+      serialise(patterned_header(), map, {{0xd1d2d3d4d5d6d7d8, 0xe1e2e3e4, 0xc1c2c3c4}});
+  EXPECT_EQ("0102030405060708" "0000000000000002" "1112131415161718" "00000001"
+            "21222324" "25262728" "00000005"
+            "3132333435363738" "4142434445464748" "5152535455565758"
+            "6162636465666768" "696a6b6c" "7172737475767778" "797a7b7c"
+            "8182838485868788" "898a8b8c" "00000001" "91929394" "95969798"
+            "a1a2a3a4a5a6a7a8" "00000000000000000000000000000000"
+            // volume: number, guid groups, the last eight bytes, 2 spare
+            "0203" "b1b2b3b4" "b5b6" "b7b8" "b9babbbcbdbebfc0" "0000"
+            // details: volume id, region, count
+            "c1c2c3c4" "d1d2d3d4d5d6d7d8" "e1e2e3e4" "00000000000000000000000000000000",
+            hex(buf));
+}
+
+// Records obeying the selection's rules, random otherwise: whatever the
+// writer writes, the reader gives back, and each shorter prefix is torn
+// with the length the record needs.
+TEST(WorkloadRecord, RandomRecordsReadBackAsWritten) {
+  std::mt19937_64 rng(20261123);
+  auto pick = [&rng](uint64_t n) { return n == 0 ? 0 : rng() % n; };
+  for (int round = 0; round < 400; round++) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    std::vector<map_volume> vols(pick(6));
+    for (map_volume &v : vols)
+      v = {static_cast<uint32_t>(rng()), static_cast<uint32_t>(rng()),
+           static_cast<uint16_t>(rng()), static_cast<uint16_t>(rng()), rng()};
+    test_map map(vols);
+    std::vector<wrkload_ent> regions(1 + pick(20));
+    for (wrkload_ent &e : regions)
+      e = {rng(), static_cast<uint32_t>(rng()), static_cast<uint32_t>(rng())};
+
+    wrkload_rec rec{};
+    rec.nregions = regions.size();
+    rec.wl_count = 1 + pick(rec.nregions + 1); // up to one beyond the array
+    uint64_t *markers[] = {&rec.last5_idx, &rec.last3_idx, &rec.last2_idx};
+    *markers[pick(3)] = 1 + pick(1000);
+    for (uint64_t *m : markers)
+      *m = *m != 0 || pick(2) ? 1 + pick(1000) : 0;
+    rec.info_word = static_cast<uint32_t>(rng());
+    rec.threshold = static_cast<uint32_t>(rng());
+    rec.first5_idx = rng();
+    rec.first5_cnt = static_cast<uint32_t>(rng());
+    rec.first3_idx = rng();
+    rec.first3_cnt = static_cast<uint32_t>(rng());
+    rec.first2_idx = rng();
+    rec.first2_cnt = static_cast<uint32_t>(rng());
+    rec.max_drop = static_cast<uint32_t>(rng());
+    rec.maxdrop_cnt = static_cast<uint32_t>(rng());
+    rec.maxdrop_idx = rng();
+    wl_header h;
+    vol_workload_header(&h, &rec, static_cast<int64_t>(rng()), static_cast<uint32_t>(vols.size()),
+                        static_cast<int32_t>(pick(2)));
+    std::vector<unsigned char> buf = serialise(h, map, regions);
+
+    wl_header got;
+    wl_parse_result r = vol_parse_workload(buf.data(), buf.size(), &got);
+    ASSERT_EQ(WL_RECORD_WHOLE, r.status) << r.why;
+    ASSERT_EQ(buf.size(), r.size);
+    EXPECT_EQ(fields(h), fields(got));
+    // Volumes in ascending bucket order, each bucket newest push first.
+    std::vector<size_t> order(vols.size());
+    for (size_t i = 0; i < order.size(); i++)
+      order[i] = i;
+    std::sort(order.begin(), order.end(), [&vols](size_t a, size_t b) {
+      return (vols[a].volid & 0xff) != (vols[b].volid & 0xff)
+                 ? (vols[a].volid & 0xff) < (vols[b].volid & 0xff)
+                 : a > b;
+    });
+    for (uint32_t i = 0; i < got.nvols; i++) {
+      wl_volume v;
+      vol_parse_volume(buf.data(), i, &v);
+      const vol_map_ent &want = vol_guidmap_entries(map.blk)[order[i]];
+      EXPECT_EQ(static_cast<uint16_t>(want.volid), v.volid);
+      EXPECT_EQ(0, std::memcmp(want.guid, v.guid, 16)) << "volume " << i;
+    }
+    for (uint64_t i = 0; got.details != 0 && i < got.wl_count; i++) {
+      wrkload_ent e;
+      vol_parse_detail(buf.data(), &got, i, &e);
+      wrkload_ent want = i < regions.size() ? regions[i] : wrkload_ent{0, 0, 0};
+      EXPECT_TRUE(want.region == e.region && want.acc_cnt == e.acc_cnt && want.volid == e.volid)
+          << "detail " << i;
+    }
+    for (uint64_t len = 0; len < buf.size(); len++) {
+      wl_parse_result cut = vol_parse_workload(buf.data(), len, &got);
+      ASSERT_EQ(WL_RECORD_TORN, cut.status) << len;
+      ASSERT_EQ(len < WL_HEADER_SIZE ? WL_HEADER_SIZE : buf.size(), cut.size) << len;
+    }
+  }
+}
+
+TEST(WorkloadRecord, BytesNoWriterMakesAreImpossible) {
+  struct patch {
+    size_t off;
+    std::vector<unsigned char> bytes;
+  };
+  struct bad_case {
+    const char *name;
+    std::vector<patch> patches;
+    uint64_t keep; // bytes given to the parser; 0: all
+  };
+  auto be64 = [](uint64_t v) {
+    std::vector<unsigned char> b(8);
+    vol_put_be64(b.data(), v);
+    return b;
+  };
+  const std::vector<unsigned char> zero64(8, 0);
+  const bad_case cases[] = {
+      {"DetailsFlagTwo", {{WL_OFF_DETAILS + 3, {2}}}, 0},
+      {"ReservedByteSet", {{WL_OFF_RESERVED + 15, {1}}}, 0},
+      {"NothingSelected", {{WL_OFF_WL_COUNT, zero64}}, 0},
+      {"TwoBeyondTheCounted", {{WL_OFF_WL_COUNT, be64(3)}, {WL_OFF_NREGIONS, be64(1)}}, 0},
+      {"DropFactorOfAnotherClass", {{WL_OFF_DROP_FACTOR + 3, {3}}}, 0},
+      {"NoCutMarker",
+       {{WL_OFF_DROP_FACTOR + 3, {0}},
+        {WL_OFF_LAST5_IDX, zero64},
+        {WL_OFF_LAST3_IDX, zero64},
+        {WL_OFF_LAST2_IDX, zero64}},
+       0},
+      // 2^60 details of 16 bytes: a length no 64-bit count holds.
+      {"LongerThan64Bits",
+       {{WL_OFF_WL_COUNT, be64(uint64_t{1} << 60)}, {WL_OFF_NREGIONS, be64(UINT64_MAX)}},
+       0},
+      // A spare byte makes the record impossible even while it is still cut.
+      {"SpareByteSet", {{WL_HEADER_SIZE + WL_VOLUME_RECORD, {1}}}, WL_HEADER_SIZE + 19},
+  };
+  test_map map({{7, 1, 2, 3, 4}});
+  const std::vector<unsigned char> good =
+      serialise(patterned_header(), map, {{1, 2, 3}, {4, 5, 6}});
+  for (const bad_case &c : cases) {
+    std::vector<unsigned char> buf = good;
+    for (const patch &p : c.patches)
+      std::copy(p.bytes.begin(), p.bytes.end(), buf.begin() + static_cast<long>(p.off));
+    wl_header h;
+    wl_parse_result r = vol_parse_workload(buf.data(), c.keep != 0 ? c.keep : buf.size(), &h);
+    EXPECT_EQ(WL_RECORD_IMPOSSIBLE, r.status) << c.name;
+    EXPECT_NE(nullptr, r.why) << c.name;
+  }
+  // The unpatched record is whole; a volume count far past the bytes is only
+  // known to reach past them.
+  wl_header h;
+  EXPECT_EQ(WL_RECORD_WHOLE, vol_parse_workload(good.data(), good.size(), &h).status);
+  std::vector<unsigned char> many = good;
+  vol_put_be32(many.data() + WL_OFF_NVOLS, UINT32_MAX);
+  wl_parse_result r = vol_parse_workload(many.data(), many.size(), &h);
+  EXPECT_EQ(WL_RECORD_TORN, r.status);
+  EXPECT_EQ(WL_HEADER_SIZE + uint64_t{UINT32_MAX} * 20 + 2 * 16, r.size);
+}
+
+} // namespace
