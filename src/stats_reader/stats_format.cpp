@@ -92,12 +92,12 @@ void stats_print_csv(FILE *out, const stats_record &rec, bool details) {
   fputc('\n', out);
 }
 
-nlohmann::json stats_record_json(const stats_record &rec, bool details) {
+nlohmann::ordered_json stats_record_json(const stats_record &rec, bool details) {
   const wl_header &h = rec.hdr;
-  nlohmann::json volumes = nlohmann::json::array();
+  nlohmann::ordered_json volumes = nlohmann::ordered_json::array();
   for (const wl_volume &v : rec.volumes)
     volumes.push_back({{"volume", v.volid}, {"guid", stats_guid_text(v)}});
-  nlohmann::json j = {
+  nlohmann::ordered_json j = {
       {"offset", rec.offset},
       {"time", h.time},
       {"local_time", stats_local_time(h.time)},
@@ -123,7 +123,7 @@ nlohmann::json stats_record_json(const stats_record &rec, bool details) {
       {"volumes", volumes},
   };
   if (details) {
-    nlohmann::json regions = nlohmann::json::array();
+    nlohmann::ordered_json regions = nlohmann::ordered_json::array();
     for (uint64_t i = 0; i < stats_listed_regions(rec); i++) {
       const wrkload_ent &e = rec.details[i];
       regions.push_back({{"volume", e.volid}, {"region", e.region}, {"count", e.acc_cnt}});

@@ -31,6 +31,6 @@ void stats_print_text(FILE *out, const stats_record &rec, bool details);
 void stats_print_csv_header(FILE *out, bool details);
 void stats_print_csv(FILE *out, const stats_record &rec, bool details);
 
-// Every field of the record; with `details` its listed regions under
+// Every field of the record, in file order; with `details` its listed regions under
 // "regions".
-nlohmann::json stats_record_json(const stats_record &rec, bool details);
+nlohmann::ordered_json stats_record_json(const stats_record &rec, bool details);

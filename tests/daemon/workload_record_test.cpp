@@ -12,6 +12,7 @@
 
 #include "daemon/guid_map.h"
 #include "daemon/workload_record.h"
+#include "support/stats_file.h"
 
 namespace {
 
@@ -22,53 +23,6 @@ std::string hex(const std::vector<unsigned char> &bytes) {
     out += "0123456789abcdef"[b & 15];
   }
   return out;
-}
-
-struct map_volume {
-  uint32_t volid;
-  uint32_t group1;
-  uint16_t group2, group3;
-  uint64_t tail; // the last eight bytes, as stored
-};
-
-// A guid-volid map built as the daemon builds it: entries pushed on the head
-// of bucket (volid & 0xff) in array order.
-struct test_map {
-  explicit test_map(const std::vector<map_volume> &vols)
-      : blk(static_cast<guidmap_blk *>(
-            std::calloc(1, sizeof(guidmap_blk) + (vols.size() + 1) * sizeof(vol_map_ent)))) {
-    vol_map_ent *ents = vol_guidmap_entries(blk);
-    for (size_t i = 0; i < vols.size(); i++) {
-      ents[i].volid = vols[i].volid;
-      std::memcpy(ents[i].guid, &vols[i].group1, 4);
-      std::memcpy(ents[i].guid + 4, &vols[i].group2, 2);
-      std::memcpy(ents[i].guid + 6, &vols[i].group3, 2);
-      std::memcpy(ents[i].guid + 8, &vols[i].tail, 8);
-      ents[i].next = blk->buckets[vols[i].volid & 0xff];
-      blk->buckets[vols[i].volid & 0xff] = &ents[i];
-    }
-    blk->count = static_cast<uint32_t>(vols.size());
-  }
-  ~test_map() { std::free(blk); }
-  test_map(const test_map &) = delete;
-  test_map &operator=(const test_map &) = delete;
-  guidmap_blk *blk;
-};
-
-std::vector<unsigned char> serialise(const wl_header &h, const test_map &map,
-                                     const std::vector<wrkload_ent> &regions) {
-  uint64_t size = 0;
-  EXPECT_TRUE(vol_workload_record_size(h.nvols, h.wl_count, h.details != 0, &size));
-  std::vector<unsigned char> buf(size);
-  vol_serialise_workload(buf.data(), &h, map.blk, regions.data(), regions.size());
-  return buf;
-}
-
-std::vector<uint64_t> fields(const wl_header &h) {
-  return {static_cast<uint64_t>(h.time), h.wl_count, h.nregions, h.nvols, h.info_word,
-          h.threshold, h.drop_factor, h.last5_idx, h.last3_idx, h.last2_idx, h.first5_idx,
-          h.first5_cnt, h.first3_idx, h.first3_cnt, h.first2_idx, h.first2_cnt, h.details,
-          h.max_drop, h.maxdrop_cnt, h.maxdrop_idx};
 }
 
 // Every field a different byte pattern, so that a field at the wrong offset
@@ -103,7 +57,7 @@ TEST(WorkloadRecord, BytesSitAtTheirOffsets) {
   const unsigned char tail[8] = {0xb9, 0xba, 0xbb, 0xbc, 0xbd, 0xbe, 0xbf, 0xc0};
   std::memcpy(vol_guidmap_entries(map.blk)[0].guid + 8, tail, 8);
   std::vector<unsigned char> buf =
-      serialise(patterned_header(), map, {{0xd1d2d3d4d5d6d7d8, 0xe1e2e3e4, 0xc1c2c3c4}});
+      serialise_record(patterned_header(), map, {{0xd1d2d3d4d5d6d7d8, 0xe1e2e3e4, 0xc1c2c3c4}});
   EXPECT_EQ("0102030405060708" "0000000000000002" "1112131415161718" "00000001"
             "21222324" "25262728" "00000005"
             "3132333435363738" "4142434445464748" "5152535455565758"
@@ -155,13 +109,13 @@ TEST(WorkloadRecord, RandomRecordsReadBackAsWritten) {
     wl_header h;
     vol_workload_header(&h, &rec, static_cast<int64_t>(rng()), static_cast<uint32_t>(vols.size()),
                         static_cast<int32_t>(pick(2)));
-    std::vector<unsigned char> buf = serialise(h, map, regions);
+    std::vector<unsigned char> buf = serialise_record(h, map, regions);
 
     wl_header got;
     wl_parse_result r = vol_parse_workload(buf.data(), buf.size(), &got);
     ASSERT_EQ(WL_RECORD_WHOLE, r.status) << r.why;
     ASSERT_EQ(buf.size(), r.size);
-    EXPECT_EQ(fields(h), fields(got));
+    EXPECT_EQ(header_fields(h), header_fields(got));
     // Volumes in ascending bucket order, each bucket newest push first.
     std::vector<size_t> order(vols.size());
     for (size_t i = 0; i < order.size(); i++)
@@ -230,7 +184,7 @@ TEST(WorkloadRecord, BytesNoWriterMakesAreImpossible) {
   };
   test_map map({{7, 1, 2, 3, 4}});
   const std::vector<unsigned char> good =
-      serialise(patterned_header(), map, {{1, 2, 3}, {4, 5, 6}});
+      serialise_record(patterned_header(), map, {{1, 2, 3}, {4, 5, 6}});
   for (const bad_case &c : cases) {
     std::vector<unsigned char> buf = good;
     for (const patch &p : c.patches)

@@ -1,8 +1,11 @@
 #include "support/stats_file.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 
+#include "daemon/guid_map.h"
 #include "stats_reader/stats_file_reader.h"
 #include "stats_reader/stats_format.h"
 
@@ -39,4 +42,31 @@ std::vector<file_record> read_stats_file(const std::string &bytes) {
     out[i].size = (i + 1 < out.size() ? out[i + 1].offset : reader.offset) - out[i].offset;
   fclose(in);
   return out;
+}
+
+test_map::test_map(const std::vector<map_volume> &vols)
+    : blk(static_cast<guidmap_blk *>(
+          std::calloc(1, sizeof(guidmap_blk) + (vols.size() + 1) * sizeof(vol_map_ent)))) {
+  vol_map_ent *ents = vol_guidmap_entries(blk);
+  for (size_t i = 0; i < vols.size(); i++) {
+    ents[i].volid = vols[i].volid;
+    std::memcpy(ents[i].guid, &vols[i].group1, 4);
+    std::memcpy(ents[i].guid + 4, &vols[i].group2, 2);
+    std::memcpy(ents[i].guid + 6, &vols[i].group3, 2);
+    std::memcpy(ents[i].guid + 8, &vols[i].tail, 8);
+    ents[i].next = blk->buckets[vols[i].volid & 0xff];
+    blk->buckets[vols[i].volid & 0xff] = &ents[i];
+  }
+  blk->count = static_cast<uint32_t>(vols.size());
+}
+
+test_map::~test_map() { std::free(blk); }
+
+std::vector<unsigned char> serialise_record(const wl_header &h, const test_map &map,
+                                            const std::vector<wrkload_ent> &regions) {
+  uint64_t size = 0;
+  EXPECT_TRUE(vol_workload_record_size(h.nvols, h.wl_count, h.details != 0, &size));
+  std::vector<unsigned char> buf(size);
+  vol_serialise_workload(buf.data(), &h, map.blk, regions.data(), regions.size());
+  return buf;
 }

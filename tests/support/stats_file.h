@@ -10,6 +10,8 @@
 
 #include "daemon/workload_record.h"
 
+struct guidmap_blk;
+
 // The header's fields in file order.
 enum stats_field {
   TIME, WL_COUNT, NREGIONS, NVOLS, INFO_WORD, THRESHOLD, DROP_FACTOR, LAST5_IDX, LAST3_IDX,
@@ -40,3 +42,27 @@ struct file_record {
 // Every record of a whole file.  Adds a test failure, with the reader's
 // verdict and offset, when the bytes do not end on a record boundary.
 std::vector<file_record> read_stats_file(const std::string &bytes);
+
+// A volume of a guid-volid map: the guid as its groups, then its last eight
+// bytes as stored.
+struct map_volume {
+  uint32_t volid;
+  uint32_t group1;
+  uint16_t group2, group3;
+  uint64_t tail;
+};
+
+// A guid-volid map built as the daemon builds it: entries pushed on the head
+// of bucket (volid & 0xff) in array order.
+class test_map {
+public:
+  explicit test_map(const std::vector<map_volume> &vols);
+  ~test_map();
+  test_map(const test_map &) = delete;
+  test_map &operator=(const test_map &) = delete;
+  guidmap_blk *blk;
+};
+
+// One record as the daemon's writer serialises it.
+std::vector<unsigned char> serialise_record(const wl_header &h, const test_map &map,
+                                            const std::vector<wrkload_ent> &regions);
