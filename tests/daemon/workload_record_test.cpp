@@ -1,6 +1,7 @@
 // The statistics-file record: its bytes at their fixed offsets (which a
-// writer and a reader sharing one mistake would both get wrong), a
-// randomized writer-to-reader round trip, and the records no writer makes.
+// writer and a reader sharing one mistake would both get wrong) and a
+// randomized writer-to-reader round trip.  The records no writer makes are
+// tried on whole files (tests/stats_reader/stats_print_test.cpp).
 
 #include <algorithm>
 #include <cstdlib>
@@ -145,64 +146,6 @@ TEST(WorkloadRecord, RandomRecordsReadBackAsWritten) {
       ASSERT_EQ(len < WL_HEADER_SIZE ? WL_HEADER_SIZE : buf.size(), cut.size) << len;
     }
   }
-}
-
-TEST(WorkloadRecord, BytesNoWriterMakesAreImpossible) {
-  struct patch {
-    size_t off;
-    std::vector<unsigned char> bytes;
-  };
-  struct bad_case {
-    const char *name;
-    std::vector<patch> patches;
-    uint64_t keep; // bytes given to the parser; 0: all
-  };
-  auto be64 = [](uint64_t v) {
-    std::vector<unsigned char> b(8);
-    vol_put_be64(b.data(), v);
-    return b;
-  };
-  const std::vector<unsigned char> zero64(8, 0);
-  const bad_case cases[] = {
-      {"DetailsFlagTwo", {{WL_OFF_DETAILS + 3, {2}}}, 0},
-      {"ReservedByteSet", {{WL_OFF_RESERVED + 15, {1}}}, 0},
-      {"NothingSelected", {{WL_OFF_WL_COUNT, zero64}}, 0},
-      {"TwoBeyondTheCounted", {{WL_OFF_WL_COUNT, be64(3)}, {WL_OFF_NREGIONS, be64(1)}}, 0},
-      {"DropFactorOfAnotherClass", {{WL_OFF_DROP_FACTOR + 3, {3}}}, 0},
-      {"NoCutMarker",
-       {{WL_OFF_DROP_FACTOR + 3, {0}},
-        {WL_OFF_LAST5_IDX, zero64},
-        {WL_OFF_LAST3_IDX, zero64},
-        {WL_OFF_LAST2_IDX, zero64}},
-       0},
-      // 2^60 details of 16 bytes: a length no 64-bit count holds.
-      {"LongerThan64Bits",
-       {{WL_OFF_WL_COUNT, be64(uint64_t{1} << 60)}, {WL_OFF_NREGIONS, be64(UINT64_MAX)}},
-       0},
-      // A spare byte makes the record impossible even while it is still cut.
-      {"SpareByteSet", {{WL_HEADER_SIZE + WL_VOLUME_RECORD, {1}}}, WL_HEADER_SIZE + 19},
-  };
-  test_map map({{7, 1, 2, 3, 4}});
-  const std::vector<unsigned char> good =
-      serialise_record(patterned_header(), map, {{1, 2, 3}, {4, 5, 6}});
-  for (const bad_case &c : cases) {
-    std::vector<unsigned char> buf = good;
-    for (const patch &p : c.patches)
-      std::copy(p.bytes.begin(), p.bytes.end(), buf.begin() + static_cast<long>(p.off));
-    wl_header h;
-    wl_parse_result r = vol_parse_workload(buf.data(), c.keep != 0 ? c.keep : buf.size(), &h);
-    EXPECT_EQ(WL_RECORD_IMPOSSIBLE, r.status) << c.name;
-    EXPECT_NE(nullptr, r.why) << c.name;
-  }
-  // The unpatched record is whole; a volume count far past the bytes is only
-  // known to reach past them.
-  wl_header h;
-  EXPECT_EQ(WL_RECORD_WHOLE, vol_parse_workload(good.data(), good.size(), &h).status);
-  std::vector<unsigned char> many = good;
-  vol_put_be32(many.data() + WL_OFF_NVOLS, UINT32_MAX);
-  wl_parse_result r = vol_parse_workload(many.data(), many.size(), &h);
-  EXPECT_EQ(WL_RECORD_TORN, r.status);
-  EXPECT_EQ(WL_HEADER_SIZE + uint64_t{UINT32_MAX} * 20 + 2 * 16, r.size);
 }
 
 } // namespace

@@ -90,49 +90,50 @@ TEST(StatsPrint, TornTailAtEveryOffsetOfTheLastRecord) {
   }
 }
 
+// A record no writer makes, between two good ones: the first is printed,
+// the reading stops at the bad one.  Counts reaching past the end of the
+// file look like a torn tail and are read only as far as the file goes.
 TEST(StatsPrint, ImpossibleRecordsStopTheReading) {
   struct bad_case {
     const char *name;
-    size_t off;
-    uint64_t value;
-    int width;
+    std::vector<std::pair<size_t, uint64_t>> be64; // (offset, value) stores
+    std::vector<std::pair<size_t, uint32_t>> be32;
+    size_t keep; // bytes of the bad record left in the file; 0: all
     const char *verdict;
   };
+  const size_t spare = WL_HEADER_SIZE + 2 * WL_VOLUME_RECORD; // after the two volumes
   const bad_case cases[] = {
-      {"DetailsFlagTwo", WL_OFF_DETAILS, 2, 4, "impossible"},
-      {"MoreSelectedThanCounted", WL_OFF_WL_COUNT, 500, 8, "impossible"},
-      {"DropFactorOfNoMarker", WL_OFF_DROP_FACTOR, 2, 4, "impossible"},
-      // Counts reaching past the end: read only as far as the file goes.
-      {"VolumesPastTheEnd", WL_OFF_NVOLS, 0xffffffff, 4, "torn"},
-      {"DetailsPastTheEnd", WL_OFF_NREGIONS, uint64_t{1} << 40, 8, "torn"},
+      {"DetailsFlagTwo", {}, {{WL_OFF_DETAILS, 2}}, 0, "impossible"},
+      {"ReservedByteSet", {}, {{WL_OFF_RESERVED + 12, 1}}, 0, "impossible"},
+      {"NothingSelected", {{WL_OFF_WL_COUNT, 0}}, {}, 0, "impossible"},
+      {"MoreSelectedThanCounted", {{WL_OFF_WL_COUNT, 500}}, {}, 0, "impossible"},
+      {"DropFactorOfNoMarker", {}, {{WL_OFF_DROP_FACTOR, 2}}, 0, "impossible"},
+      {"NoCutMarker", {{WL_OFF_LAST3_IDX, 0}}, {{WL_OFF_DROP_FACTOR, 0}}, 0, "impossible"},
+      {"LongerThan64Bits", {{WL_OFF_WL_COUNT, uint64_t{1} << 60}, {WL_OFF_NREGIONS, UINT64_MAX}},
+       {}, 0, "impossible"},
+      // Known bad before the record's end has even arrived.
+      {"SpareByteSet", {}, {{spare, 1}}, spare + 4, "impossible"},
+      {"VolumesPastTheEnd", {}, {{WL_OFF_NVOLS, 0xffffffff}}, 0, "torn"},
+      {"DetailsPastTheEnd",
+       {{WL_OFF_WL_COUNT, uint64_t{1} << 40}, {WL_OFF_NREGIONS, uint64_t{1} << 40}}, {}, 0, "torn"},
   };
   const std::string first = record(0);
   const printed want = print(first, TEXT_DETAILS);
   for (const bad_case &c : cases) {
     std::string bad = record(1);
-    auto *p = reinterpret_cast<unsigned char *>(bad.data()) + c.off;
-    if (c.width == 4)
-      vol_put_be32(p, static_cast<uint32_t>(c.value));
-    else
-      vol_put_be64(p, c.value);
-    if (c.off == WL_OFF_NREGIONS)
-      vol_put_be64(reinterpret_cast<unsigned char *>(bad.data()) + WL_OFF_WL_COUNT, c.value);
-    printed got = print(first + bad + record(2), TEXT_DETAILS);
+    auto *p = reinterpret_cast<unsigned char *>(bad.data());
+    for (auto [off, v] : c.be64)
+      vol_put_be64(p + off, v);
+    for (auto [off, v] : c.be32)
+      vol_put_be32(p + off, v);
+    printed got =
+        print(first + (c.keep != 0 ? bad.substr(0, c.keep) : bad + record(2)), TEXT_DETAILS);
     EXPECT_EQ(1, got.status) << c.name;
     EXPECT_EQ(want.out, got.out) << c.name;
     EXPECT_EQ(0u, got.err.find(std::string("zrstat: F: ") + c.verdict + " record at byte " +
                                std::to_string(first.size())))
         << c.name << ": " << got.err;
   }
-}
-
-TEST(StatsPrint, EmptyFilePrintsNothing) {
-  for (stats_form form : {STATS_TEXT, STATS_CSV}) {
-    printed p = print("", {form, true, false});
-    EXPECT_EQ(0, p.status);
-    EXPECT_EQ("", p.out + p.err);
-  }
-  EXPECT_EQ("[]\n", print("", {STATS_JSON, false, false}).out);
 }
 
 // Every field of the JSON against the record the reader decodes.

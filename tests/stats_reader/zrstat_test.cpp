@@ -89,6 +89,7 @@ TEST(Zrstat, CommandLine) {
   const cli_case cases[] = {
       {{empty}, 0, "", ""},
       {{"--csv", "--details", empty}, 0, "", ""},
+      {{"--json", empty}, 0, "[]\n", ""},
       {{"--version"}, 0, "zrstat (zriostatd) 1.0.0\n", ""},
       {{"--help"}, 0, "*", ""},
       {{dir.file("missing")}, 1, "", "zrstat: " + dir.file("missing") + ": No such file or directory\n"},
