@@ -46,16 +46,26 @@ constexpr size_t WL_OFF_MAXDROP_CNT = 108;  // 4 bytes
 constexpr size_t WL_OFF_MAXDROP_IDX = 112;
 constexpr size_t WL_OFF_RESERVED = 120;     // 16 zero bytes
 // Each field starts where the one before it ends.
-static_assert(WL_OFF_WL_COUNT == WL_OFF_TIME + 8 && WL_OFF_NREGIONS == WL_OFF_WL_COUNT + 8);
-static_assert(WL_OFF_NVOLS == WL_OFF_NREGIONS + 8 && WL_OFF_INFO_WORD == WL_OFF_NVOLS + 4);
-static_assert(WL_OFF_THRESHOLD == WL_OFF_INFO_WORD + 4 && WL_OFF_DROP_FACTOR == WL_OFF_THRESHOLD + 4);
-static_assert(WL_OFF_LAST5_IDX == WL_OFF_DROP_FACTOR + 4 && WL_OFF_LAST3_IDX == WL_OFF_LAST5_IDX + 8);
-static_assert(WL_OFF_LAST2_IDX == WL_OFF_LAST3_IDX + 8 && WL_OFF_FIRST5_IDX == WL_OFF_LAST2_IDX + 8);
-static_assert(WL_OFF_FIRST5_CNT == WL_OFF_FIRST5_IDX + 8 && WL_OFF_FIRST3_IDX == WL_OFF_FIRST5_CNT + 4);
-static_assert(WL_OFF_FIRST3_CNT == WL_OFF_FIRST3_IDX + 8 && WL_OFF_FIRST2_IDX == WL_OFF_FIRST3_CNT + 4);
-static_assert(WL_OFF_FIRST2_CNT == WL_OFF_FIRST2_IDX + 8 && WL_OFF_DETAILS == WL_OFF_FIRST2_CNT + 4);
-static_assert(WL_OFF_MAX_DROP == WL_OFF_DETAILS + 4 && WL_OFF_MAXDROP_CNT == WL_OFF_MAX_DROP + 4);
-static_assert(WL_OFF_MAXDROP_IDX == WL_OFF_MAXDROP_CNT + 4 && WL_OFF_RESERVED == WL_OFF_MAXDROP_IDX + 8);
+static_assert(WL_OFF_WL_COUNT == WL_OFF_TIME + 8);
+static_assert(WL_OFF_NREGIONS == WL_OFF_WL_COUNT + 8);
+static_assert(WL_OFF_NVOLS == WL_OFF_NREGIONS + 8);
+static_assert(WL_OFF_INFO_WORD == WL_OFF_NVOLS + 4);
+static_assert(WL_OFF_THRESHOLD == WL_OFF_INFO_WORD + 4);
+static_assert(WL_OFF_DROP_FACTOR == WL_OFF_THRESHOLD + 4);
+static_assert(WL_OFF_LAST5_IDX == WL_OFF_DROP_FACTOR + 4);
+static_assert(WL_OFF_LAST3_IDX == WL_OFF_LAST5_IDX + 8);
+static_assert(WL_OFF_LAST2_IDX == WL_OFF_LAST3_IDX + 8);
+static_assert(WL_OFF_FIRST5_IDX == WL_OFF_LAST2_IDX + 8);
+static_assert(WL_OFF_FIRST5_CNT == WL_OFF_FIRST5_IDX + 8);
+static_assert(WL_OFF_FIRST3_IDX == WL_OFF_FIRST5_CNT + 4);
+static_assert(WL_OFF_FIRST3_CNT == WL_OFF_FIRST3_IDX + 8);
+static_assert(WL_OFF_FIRST2_IDX == WL_OFF_FIRST3_CNT + 4);
+static_assert(WL_OFF_FIRST2_CNT == WL_OFF_FIRST2_IDX + 8);
+static_assert(WL_OFF_DETAILS == WL_OFF_FIRST2_CNT + 4);
+static_assert(WL_OFF_MAX_DROP == WL_OFF_DETAILS + 4);
+static_assert(WL_OFF_MAXDROP_CNT == WL_OFF_MAX_DROP + 4);
+static_assert(WL_OFF_MAXDROP_IDX == WL_OFF_MAXDROP_CNT + 4);
+static_assert(WL_OFF_RESERVED == WL_OFF_MAXDROP_IDX + 8);
 static_assert(WL_OFF_RESERVED + 16 == WL_HEADER_SIZE);
 
 // Volume record: 16-bit volume number, the guid's 32-bit group and two 16-bit

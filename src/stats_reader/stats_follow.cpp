@@ -23,7 +23,8 @@ int stats_wait_for_growth(FILE *in, uint64_t have, unsigned poll_ms, const char 
               name, size, have);
       return -1;
     }
-    timespec pause = {static_cast<time_t>(poll_ms / 1000), static_cast<long>(poll_ms % 1000) * 1000000};
+    timespec pause = {static_cast<time_t>(poll_ms / 1000),
+                      static_cast<long>(poll_ms % 1000) * 1000000};
     while (nanosleep(&pause, &pause) != 0 && errno == EINTR) {
     }
   }

@@ -21,7 +21,8 @@ int report_stop(stats_read_status s, const stats_reader &r, const char *name, FI
             name, r.offset, r.pending.size(), r.needed);
     return TOOL_EXIT_BAD_INPUT;
   case STATS_IMPOSSIBLE:
-    fprintf(err, "zrstat: %s: impossible record at byte %" PRIu64 ": %s; left out with all after it\n",
+    fprintf(err,
+            "zrstat: %s: impossible record at byte %" PRIu64 ": %s; left out with all after it\n",
             name, r.offset, r.why);
     return TOOL_EXIT_BAD_INPUT;
   case STATS_READ_ERROR:

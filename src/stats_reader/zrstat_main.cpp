@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <getopt.h>
 
 #include "common/tool_cli.h"
@@ -61,6 +62,7 @@ int main(int argc, char **argv) {
     return TOOL_EXIT_USAGE;
   }
   opt.form = json ? STATS_JSON : csv ? STATS_CSV : STATS_TEXT;
+  tzset(); // local times follow TZ, which localtime_r need not read itself
 
   const char *path = optind < argc ? argv[optind] : VOL_STATS_FILE;
   const bool from_stdin = std::strcmp(path, "-") == 0;

@@ -92,10 +92,13 @@ TEST(Zrstat, CommandLine) {
       {{"--json", empty}, 0, "[]\n", ""},
       {{"--version"}, 0, "zrstat (zriostatd) 1.0.0\n", ""},
       {{"--help"}, 0, "*", ""},
-      {{dir.file("missing")}, 1, "", "zrstat: " + dir.file("missing") + ": No such file or directory\n"},
+      {{dir.file("missing")}, 1, "",
+       "zrstat: " + dir.file("missing") + ": No such file or directory\n"},
       {{dir.path()}, 1, "", "zrstat: " + dir.path() + ": Is a directory\n"},
-      {{torn}, 1, "", "zrstat: " + torn + ": torn record at byte 0: the file ends 100 bytes into it, "
-                      "its header asks for 136; left out\n"},
+      {{torn}, 1, "",
+       "zrstat: " + torn +
+           ": torn record at byte 0: the file ends 100 bytes into it, its header asks for 136; "
+           "left out\n"},
       {{"--json", "--csv", empty}, 2, "", "zrstat: --json and --csv exclude each other\n"},
       {{empty, empty}, 2, "", "zrstat: one FILE at most\n"},
       {{"--bogus"}, 2, "", "*"},
