@@ -45,7 +45,41 @@ constexpr size_t WL_OFF_MAX_DROP = 104;     // 4 bytes
 constexpr size_t WL_OFF_MAXDROP_CNT = 108;  // 4 bytes
 constexpr size_t WL_OFF_MAXDROP_IDX = 112;
 constexpr size_t WL_OFF_RESERVED = 120;     // 16 zero bytes
+// Each field starts where the one before it ends.
+static_assert(WL_OFF_WL_COUNT == WL_OFF_TIME + 8);
+static_assert(WL_OFF_NREGIONS == WL_OFF_WL_COUNT + 8);
+static_assert(WL_OFF_NVOLS == WL_OFF_NREGIONS + 8);
+static_assert(WL_OFF_INFO_WORD == WL_OFF_NVOLS + 4);
+static_assert(WL_OFF_THRESHOLD == WL_OFF_INFO_WORD + 4);
+static_assert(WL_OFF_DROP_FACTOR == WL_OFF_THRESHOLD + 4);
+static_assert(WL_OFF_LAST5_IDX == WL_OFF_DROP_FACTOR + 4);
+static_assert(WL_OFF_LAST3_IDX == WL_OFF_LAST5_IDX + 8);
+static_assert(WL_OFF_LAST2_IDX == WL_OFF_LAST3_IDX + 8);
+static_assert(WL_OFF_FIRST5_IDX == WL_OFF_LAST2_IDX + 8);
+static_assert(WL_OFF_FIRST5_CNT == WL_OFF_FIRST5_IDX + 8);
+static_assert(WL_OFF_FIRST3_IDX == WL_OFF_FIRST5_CNT + 4);
+static_assert(WL_OFF_FIRST3_CNT == WL_OFF_FIRST3_IDX + 8);
+static_assert(WL_OFF_FIRST2_IDX == WL_OFF_FIRST3_CNT + 4);
+static_assert(WL_OFF_FIRST2_CNT == WL_OFF_FIRST2_IDX + 8);
+static_assert(WL_OFF_DETAILS == WL_OFF_FIRST2_CNT + 4);
+static_assert(WL_OFF_MAX_DROP == WL_OFF_DETAILS + 4);
+static_assert(WL_OFF_MAXDROP_CNT == WL_OFF_MAX_DROP + 4);
+static_assert(WL_OFF_MAXDROP_IDX == WL_OFF_MAXDROP_CNT + 4);
+static_assert(WL_OFF_RESERVED == WL_OFF_MAXDROP_IDX + 8);
 static_assert(WL_OFF_RESERVED + 16 == WL_HEADER_SIZE);
+
+// Volume record: 16-bit volume number, the guid's 32-bit group and two 16-bit
+// groups big-endian, then its last eight bytes as stored.
+constexpr size_t WL_VOL_OFF_VOLID = 0;
+constexpr size_t WL_VOL_OFF_GUID = 2;
+static_assert(WL_VOL_OFF_GUID + 4 + 2 + 2 + 8 == WL_VOLUME_RECORD);
+static_assert(WL_VOLUME_RECORD < WL_VOLUME_STRIDE);
+
+// Detail record: volume id (4), region number (8), access count (4).
+constexpr size_t WL_DET_OFF_VOLID = 0;
+constexpr size_t WL_DET_OFF_REGION = 4;
+constexpr size_t WL_DET_OFF_ACC_CNT = 12;
+static_assert(WL_DET_OFF_ACC_CNT + 4 == WL_DETAIL_SIZE);
 
 // Everything the header says, taken out of the loop context before the file
 // is touched.
@@ -89,7 +123,58 @@ bool vol_workload_record_size(uint32_t nvols, uint64_t wl_count, bool details, u
 void vol_serialise_workload(unsigned char *buf, const wl_header *hdr, const guidmap_blk *map,
                             const wrkload_ent *regions, uint64_t nregions);
 
-// Big-endian stores, byte by byte.
+// ---- Reading records back --------------------------------------------------
+// The same layout, read with loads that mirror the stores above.  A record is
+// judged by what the daemon always writes, so that a reader can tell a record
+// that was cut short (the daemon killed during an append) from bytes that no
+// writer could have produced.
+
+enum wl_parse_status {
+  WL_RECORD_WHOLE,       // the whole record is in the buffer
+  WL_RECORD_TORN,        // the buffer ends inside the record
+  WL_RECORD_IMPOSSIBLE,  // the bytes break a rule every written record keeps
+};
+
+struct wl_parse_result {
+  wl_parse_status status;
+  // WHOLE: the record's length.  TORN: the length it needs, as far as the
+  // bytes tell: the header's 136 while the header itself is cut.
+  uint64_t size;
+  // IMPOSSIBLE: which rule the bytes break (a static string); else null.
+  const char *why;
+};
+
+// Judges the record at the start of buf[0, len) and, once its header is
+// whole, decodes the header into *hdr.  Never reads past buf + len.
+//
+// Impossible, whatever follows: a details flag other than 0 or 1; reserved
+// header bytes that are not zero; no selected region (the writer writes
+// nothing then) or more than one beyond the regions counted; a drop factor
+// other than the one the cut markers give, or none at all; a length beyond
+// 64 bits; spare bytes of the volume area, as far as they are in the buffer,
+// that are not zero.  Otherwise a record longer than len is torn: whether
+// more bytes will come, only the file can tell.
+wl_parse_result vol_parse_workload(const unsigned char *buf, uint64_t len, wl_header *hdr);
+
+// One volume record, its guid back in the map's form (the groups in host
+// byte order), so that volguidtostr prints it as the daemon does.
+struct wl_volume {
+  uint16_t volid;  // the low 16 bits of the kernel's volume id
+  uint8_t guid[16];
+};
+
+// Decodes volume record i (below hdr->nvols) of a whole record `rec`.
+void vol_parse_volume(const unsigned char *rec, uint32_t i, wl_volume *vol);
+
+// Decodes detail record i (below hdr->wl_count) of a whole record `rec`
+// whose header says details are on.
+void vol_parse_detail(const unsigned char *rec, const wl_header *hdr, uint64_t i,
+                      wrkload_ent *ent);
+
+// Big-endian stores and loads, byte by byte.
 void vol_put_be16(unsigned char *p, uint16_t v);
 void vol_put_be32(unsigned char *p, uint32_t v);
 void vol_put_be64(unsigned char *p, uint64_t v);
+uint16_t vol_get_be16(const unsigned char *p);
+uint32_t vol_get_be32(const unsigned char *p);
+uint64_t vol_get_be64(const unsigned char *p);

@@ -15,7 +15,7 @@
 
 #include "daemon/daemon_harness.h"
 #include "daemon/iostat_ctx.h"
-#include "daemon/stats_record.h"
+#include "support/stats_file.h"
 #include "profiler/trace_input.h"
 #include "profiler/trace_state.h"
 #include "zeroed_heap.h"
@@ -108,9 +108,7 @@ std::vector<int64_t> compare_with_profiler(const daemon_sandbox &box, const std:
   SCOPED_TRACE(run.describe().substr(0, 4000));
   EXPECT_EQ(1, run.status);
 
-  std::vector<stats_record> recs;
-  std::string why;
-  EXPECT_TRUE(decode_stats_file(run.stats, &recs, &why)) << why;
+  std::vector<file_record> recs = read_stats_file(run.stats);
   EXPECT_EQ(prof.size() + 1, run.named("update").size());
 
   // One record for each interval with a cut, in order.

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "daemon/daemon_harness.h"
-#include "daemon/stats_record.h"
+#include "support/stats_file.h"
 
 namespace {
 
@@ -24,16 +24,11 @@ const std::string STARTED =
 const std::string EPERM_UPDATE =
     "ERROR Q-5-1-18531 VOL_IOSTAT_UPDATE failed with Operation not permitted";
 
-std::vector<stats_record> records_of(const daemon_run &run) {
-  std::vector<stats_record> records;
-  std::string why;
-  EXPECT_TRUE(decode_stats_file(run.stats, &records, &why)) << why;
-  return records;
-}
+std::vector<file_record> records_of(const daemon_run &run) { return read_stats_file(run.stats); }
 
 // Details [from, from + n), sorted: the sort leaves the order of equal
 // counts open, so a group of equal counts is compared as a set.
-std::vector<stats_detail> details(const stats_record &r, size_t from, size_t n) {
+std::vector<stats_detail> details(const file_record &r, size_t from, size_t n) {
   std::vector<stats_detail> out;
   for (size_t i = from; i < from + n && i < r.detail.size(); i++)
     out.push_back(r.detail[i]);
@@ -148,7 +143,7 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
     EXPECT_EQ(0u, st.st_mode & 022) << path; // no group or other write
   }
 
-  std::vector<stats_record> recs = records_of(run);
+  std::vector<file_record> recs = records_of(run);
   ASSERT_EQ(2u, recs.size());
   // time, wl_count, nregions, nvols, info_word, threshold, drop_factor,
   // last5/3/2, first5 idx/cnt, first3 idx/cnt, first2 idx/cnt, details,
@@ -158,19 +153,23 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
       {0, 201, 200, 4, 0xabcd0123, 4, 3, 0, 20, 0, 0, 0, 29, 4, 28, 4, details_on, 3, 4, 29}};
   // Buckets in ascending order, each chain in the reverse of the driver's
   // array order: bucket 7 holds 263 then 7, then 300 (44), 4464 (112).
-  const std::vector<stats_volume> volumes = {{263, "0a0b0c0d0e0f10111213141516171819"},
-                                             {7, "11111111222233334444555555555555"},
-                                             {300, "aaaaaaaabbbbccccddddeeeeeeeeeeee"},
-                                             {4464, "deadbeefcafef00d0102030405060708"}};
+  const std::vector<std::string> volumes = {"263 {0a0b0c0d-0e0f-1011-1213-141516171819}",
+                                            "7 {11111111-2222-3333-4444-555555555555}",
+                                            "300 {aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee}",
+                                            "4464 {deadbeef-cafe-f00d-0102-030405060708}"};
+  // The first volume record byte by byte: 263 as 0x0107, then the guid's 16
+  // bytes in the order its text reads.
+  EXPECT_EQ(std::string("\x01\x07\x0a\x0b\x0c\x0d\x0e\x0f\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19",
+                        18),
+            run.stats.substr(136, 18));
   for (int i = 0; i < 2; i++) {
-    stats_record &r = recs[i];
+    file_record &r = recs[i];
     SCOPED_TRACE("record " + std::to_string(i));
     EXPECT_EQ(136 + 4 * 20 + (details_on ? want[i][WL_COUNT] * 16 : 0), r.size);
     EXPECT_GE(static_cast<int64_t>(r.h[TIME]), before);
     EXPECT_LE(static_cast<int64_t>(r.h[TIME]), after);
     r.h[TIME] = 0;
     EXPECT_EQ(want[i], r.h);
-    EXPECT_TRUE(r.zeros_kept);
     EXPECT_EQ(volumes, r.volumes);
   }
   if (!details_on)
@@ -240,7 +239,7 @@ TEST_P(RequestFailures, EndOrSkipAsTheDriverAnswered) {
     log.push_back("ZrVM zriostatd " + EPERM_UPDATE);
   EXPECT_EQ(log, run.log_lines());
   std::vector<uint64_t> samples;
-  for (const stats_record &r : records_of(run)) {
+  for (const file_record &r : records_of(run)) {
     EXPECT_EQ(120u, r.h[NREGIONS]);
     EXPECT_EQ(21u, r.h[WL_COUNT]);
     samples.push_back(r.detail.empty() ? 0 : r.detail[0].region / 1000);

@@ -1,0 +1,48 @@
+#pragma once
+// Reads the workload statistics file record by record from a stream, as far
+// as the bytes go: a regular file, a pipe, or a file that is still growing.
+// The layout and its rules are the workload record's (daemon/workload_record.h);
+// this unit only gathers bytes until the record they start is whole.
+
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "daemon/workload_record.h"
+
+// One whole record, decoded.
+struct stats_record {
+  uint64_t offset = 0;              // where the record starts in the file
+  wl_header hdr{};
+  std::vector<wl_volume> volumes;   // hdr.nvols of them, in file order
+  std::vector<wrkload_ent> details; // hdr.wl_count when the record has them, else none
+};
+
+enum stats_read_status {
+  STATS_RECORD,     // the next whole record was read
+  STATS_END,        // the input ends where a record would start
+  STATS_TORN,       // the input ends inside the record at `offset`
+  STATS_IMPOSSIBLE, // the record at `offset` breaks a rule of the layout
+  STATS_READ_ERROR, // the stream failed: errno in `err`
+};
+
+// The reader's state.  It keeps the bytes of an unfinished record, so after
+// STATS_END or STATS_TORN it may be asked again once the file has grown.
+// After STATS_IMPOSSIBLE or STATS_READ_ERROR it goes no further.
+struct stats_reader {
+  explicit stats_reader(FILE *stream) : in(stream) {}
+  FILE *in;                           // not owned
+  uint64_t offset = 0;                // file offset of the first byte not yet taken
+  std::vector<unsigned char> pending; // bytes read from `offset` on
+  uint64_t needed = 0;                // TORN: the length the record needs
+  const char *why = nullptr;          // IMPOSSIBLE: the rule it breaks
+  int err = 0;                        // READ_ERROR: errno
+};
+
+// Reads the next record into *rec.  Reads only as many bytes as the record
+// needs and no more than are there: a header that claims more than the file
+// holds costs what the file holds, not what the header claims.
+stats_read_status stats_read_record(stats_reader *r, stats_record *rec);
+
+// Bytes read from the stream so far.
+inline uint64_t stats_bytes_read(const stats_reader &r) { return r.offset + r.pending.size(); }

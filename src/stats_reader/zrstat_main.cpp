@@ -1,0 +1,82 @@
+// zrstat: prints the daemon's workload statistics file.  A thin layer over
+// the reader (stats_file_reader), the forms (stats_format), the printing
+// loop (stats_print) and the wait for a growing file (stats_follow).
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <getopt.h>
+
+#include "common/tool_cli.h"
+#include "daemon/paths.h"
+#include "stats_reader/stats_follow.h"
+#include "stats_reader/stats_print.h"
+
+namespace {
+
+const char USAGE[] =
+    "Usage: zrstat [--json|--csv] [--details] [--follow] [FILE]\n"
+    "Print the records of the workload statistics file (default %s;\n"
+    "'-' reads standard input), one line per record.\n"
+    "\n"
+    "  -j, --json     one JSON array of records (with --follow, one object a line)\n"
+    "  -c, --csv      CSV, one row per record (header row first)\n"
+    "  -d, --details  each selected region too (with --csv, one row per region)\n"
+    "  -f, --follow   wait for records appended to FILE, until interrupted\n"
+    "  -h, --help     print this help and exit\n"
+    "  -V, --version  print the version and exit\n"
+    "\n"
+    "Exit status: 0 all records printed, 1 a torn or impossible record or an\n"
+    "unreadable file, 2 usage error.\n";
+
+constexpr unsigned FOLLOW_POLL_MS = 1000;
+
+} // namespace
+
+int main(int argc, char **argv) {
+  static const option longopts[] = {
+      {"json", no_argument, nullptr, 'j'},   {"csv", no_argument, nullptr, 'c'},
+      {"details", no_argument, nullptr, 'd'}, {"follow", no_argument, nullptr, 'f'},
+      {"help", no_argument, nullptr, 'h'},   {"version", no_argument, nullptr, 'V'},
+      {nullptr, 0, nullptr, 0}};
+  stats_options opt;
+  bool json = false, csv = false;
+  for (int c; (c = getopt_long(argc, argv, "jcdfhV", longopts, nullptr)) != -1;) {
+    switch (c) {
+    case 'j': json = true; break;
+    case 'c': csv = true; break;
+    case 'd': opt.details = true; break;
+    case 'f': opt.follow = true; break;
+    case 'h': printf(USAGE, VOL_STATS_FILE); return TOOL_EXIT_OK;
+    case 'V': tool_print_version("zrstat"); return TOOL_EXIT_OK;
+    default: fprintf(stderr, USAGE, VOL_STATS_FILE); return TOOL_EXIT_USAGE;
+    }
+  }
+  if (json && csv) {
+    fputs("zrstat: --json and --csv exclude each other\n", stderr);
+    return TOOL_EXIT_USAGE;
+  }
+  if (argc - optind > 1) {
+    fputs("zrstat: one FILE at most\n", stderr);
+    return TOOL_EXIT_USAGE;
+  }
+  opt.form = json ? STATS_JSON : csv ? STATS_CSV : STATS_TEXT;
+  tzset(); // local times follow TZ, which localtime_r need not read itself
+
+  const char *path = optind < argc ? argv[optind] : VOL_STATS_FILE;
+  const bool from_stdin = std::strcmp(path, "-") == 0;
+  const char *name = from_stdin ? "standard input" : path;
+  FILE *in = from_stdin ? stdin : fopen(path, "rb");
+  if (in == nullptr) {
+    fprintf(stderr, "zrstat: %s: %s\n", path, strerror(errno));
+    return TOOL_EXIT_BAD_INPUT;
+  }
+  stats_reader reader(in);
+  int status = stats_print_records(&reader, name, opt, stdout, stderr, [&](const stats_reader &r) {
+    return stats_wait_for_growth(in, stats_bytes_read(r), FOLLOW_POLL_MS, name, stderr);
+  });
+  if (!from_stdin)
+    fclose(in);
+  return status;
+}

@@ -1,0 +1,240 @@
+// The reader's printing loop on files the daemon's own serialiser wrote:
+// torn tails cut at every byte, records no writer makes, a growing file, and
+// the JSON read back against the records.
+
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "stats_reader/stats_follow.h"
+#include "stats_reader/stats_format.h"
+#include "stats_reader/stats_print.h"
+#include "support/stats_file.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+// Record k: distinct counts, markers and time; two volumes (buckets 7 and
+// 44); with details, wl_count regions of which the last has nothing behind
+// it (wl_count = nregions + 1 for k = 2).
+std::string record(uint64_t k, bool details = true) {
+  wrkload_rec rec{};
+  rec.nregions = k == 2 ? 22 : 120 + k;
+  rec.wl_count = 21 + k;
+  rec.info_word = 0xabcd0000 + static_cast<uint32_t>(k);
+  rec.threshold = 6 + static_cast<uint32_t>(k);
+  rec.last5_idx = k == 1 ? 0 : 10 + k;
+  rec.last3_idx = 20 + k;
+  rec.first5_idx = 14;
+  rec.first5_cnt = 6;
+  rec.max_drop = 7;
+  rec.maxdrop_cnt = 6;
+  rec.maxdrop_idx = 14 + k;
+  std::vector<wrkload_ent> regions;
+  for (uint64_t i = 0; i < rec.wl_count && i < rec.nregions; i++)
+    regions.push_back({1000 * k + i, static_cast<uint32_t>(50 - i), i < 10 ? 7u : 300u});
+  wl_header h;
+  vol_workload_header(&h, &rec, 1700000000 + 600 * static_cast<int64_t>(k), 2, details);
+  test_map map({{7, 0x11111111, 0x2222, 0x3333, 0x5555555555554444 + k},
+                {300, 0xaaaaaaaa, 0xbbbb, 0xcccc, 0xeeeeeeeeeeeeddddu}});
+  std::vector<unsigned char> b = serialise_record(h, map, regions);
+  return std::string(b.begin(), b.end());
+}
+
+struct printed {
+  int status;
+  std::string out, err;
+};
+
+// A FILE that writes into memory; take() closes it and gives the text.
+struct mem_stream {
+  char *buf = nullptr;
+  size_t len = 0;
+  FILE *f = open_memstream(&buf, &len);
+  std::string take() {
+    fclose(f);
+    std::string s(buf, len);
+    free(buf);
+    return s;
+  }
+};
+
+printed print(std::string bytes, stats_options opt, const stats_wait_fn &wait = {}) {
+  FILE *in = bytes.empty() ? fopen("/dev/null", "rb") : fmemopen(bytes.data(), bytes.size(), "rb");
+  mem_stream out, err;
+  stats_reader reader(in);
+  int status = stats_print_records(&reader, "F", opt, out.f, err.f, wait);
+  fclose(in);
+  return {status, out.take(), err.take()};
+}
+
+const stats_options TEXT_DETAILS{STATS_TEXT, true, false};
+
+TEST(StatsPrint, TornTailAtEveryOffsetOfTheLastRecord) {
+  const std::string whole = record(0) + record(1);
+  const printed before = print(whole, TEXT_DETAILS);
+  ASSERT_EQ(0, before.status);
+  ASSERT_EQ("", before.err);
+  const std::string file = whole + record(2);
+  for (size_t cut = whole.size() + 1; cut < file.size(); cut++) {
+    printed p = print(file.substr(0, cut), TEXT_DETAILS);
+    ASSERT_EQ(1, p.status) << cut;
+    ASSERT_EQ(before.out, p.out) << cut;
+    ASSERT_EQ(0u, p.err.find("zrstat: F: torn record at byte " + std::to_string(whole.size()) +
+                             ": the file ends " + std::to_string(cut - whole.size()) +
+                             " bytes into it"))
+        << p.err;
+  }
+}
+
+// A record no writer makes, between two good ones: the first is printed,
+// the reading stops at the bad one.  Counts reaching past the end of the
+// file look like a torn tail and are read only as far as the file goes.
+TEST(StatsPrint, ImpossibleRecordsStopTheReading) {
+  struct bad_case {
+    const char *name;
+    std::vector<std::pair<size_t, uint64_t>> be64; // (offset, value) stores
+    std::vector<std::pair<size_t, uint32_t>> be32;
+    size_t keep; // bytes of the bad record left in the file; 0: all
+    const char *verdict;
+  };
+  const size_t spare = WL_HEADER_SIZE + 2 * WL_VOLUME_RECORD; // after the two volumes
+  const bad_case cases[] = {
+      {"DetailsFlagTwo", {}, {{WL_OFF_DETAILS, 2}}, 0, "impossible"},
+      {"ReservedByteSet", {}, {{WL_OFF_RESERVED + 12, 1}}, 0, "impossible"},
+      {"NothingSelected", {{WL_OFF_WL_COUNT, 0}}, {}, 0, "impossible"},
+      {"MoreSelectedThanCounted", {{WL_OFF_WL_COUNT, 500}}, {}, 0, "impossible"},
+      {"DropFactorOfNoMarker", {}, {{WL_OFF_DROP_FACTOR, 2}}, 0, "impossible"},
+      {"NoCutMarker", {{WL_OFF_LAST3_IDX, 0}}, {{WL_OFF_DROP_FACTOR, 0}}, 0, "impossible"},
+      {"LongerThan64Bits", {{WL_OFF_WL_COUNT, uint64_t{1} << 60}, {WL_OFF_NREGIONS, UINT64_MAX}},
+       {}, 0, "impossible"},
+      // Known bad before the record's end has even arrived.
+      {"SpareByteSet", {}, {{spare, 1}}, spare + 4, "impossible"},
+      {"VolumesPastTheEnd", {}, {{WL_OFF_NVOLS, 0xffffffff}}, 0, "torn"},
+      {"DetailsPastTheEnd",
+       {{WL_OFF_WL_COUNT, uint64_t{1} << 40}, {WL_OFF_NREGIONS, uint64_t{1} << 40}}, {}, 0, "torn"},
+  };
+  const std::string first = record(0);
+  const printed want = print(first, TEXT_DETAILS);
+  for (const bad_case &c : cases) {
+    std::string bad = record(1);
+    auto *p = reinterpret_cast<unsigned char *>(bad.data());
+    for (auto [off, v] : c.be64)
+      vol_put_be64(p + off, v);
+    for (auto [off, v] : c.be32)
+      vol_put_be32(p + off, v);
+    printed got =
+        print(first + (c.keep != 0 ? bad.substr(0, c.keep) : bad + record(2)), TEXT_DETAILS);
+    EXPECT_EQ(1, got.status) << c.name;
+    EXPECT_EQ(want.out, got.out) << c.name;
+    EXPECT_EQ(0u, got.err.find(std::string("zrstat: F: ") + c.verdict + " record at byte " +
+                               std::to_string(first.size())))
+        << c.name << ": " << got.err;
+  }
+}
+
+// Every field of the JSON against the record the reader decodes.
+void expect_json_is(file_record r, const nlohmann::json &j, bool details) {
+  // The volume count is the length of "volumes".
+  const char *names[NFIELDS] = {"time", "wl_count", "nregions", nullptr, "info_word", "threshold",
+                                "drop_factor", "last5_idx", "last3_idx", "last2_idx",
+                                "first5_idx", "first5_cnt", "first3_idx", "first3_cnt",
+                                "first2_idx", "first2_cnt", "details", "max_drop",
+                                "maxdrop_cnt", "maxdrop_idx"};
+  for (int f = 0; f < NFIELDS; f++) {
+    if (names[f] != nullptr) {
+      EXPECT_EQ(r.h[f], j.at(names[f]).get<uint64_t>()) << names[f];
+    }
+  }
+  EXPECT_EQ(r.h[NVOLS], j.at("volumes").size());
+  EXPECT_EQ(r.offset, j.at("offset").get<uint64_t>());
+  EXPECT_EQ(stats_regions_to_gb(r.h[WL_COUNT]), j.at("gb").get<double>());
+  std::vector<std::string> volumes;
+  for (const auto &v : j.at("volumes"))
+    volumes.push_back(std::to_string(v.at("volume").get<int>()) + " " +
+                      v.at("guid").get<std::string>());
+  EXPECT_EQ(r.volumes, volumes);
+  if (!details) {
+    EXPECT_FALSE(j.contains("regions"));
+    return;
+  }
+  std::vector<stats_detail> regions;
+  for (const auto &e : j.at("regions"))
+    regions.push_back({e.at("volume").get<uint32_t>(), e.at("region").get<uint64_t>(),
+                       e.at("count").get<uint32_t>()});
+  // Only the detail records with a region behind them.
+  size_t listed = r.detail.size() < r.h[NREGIONS] ? r.detail.size() : r.h[NREGIONS];
+  r.detail.resize(listed);
+  EXPECT_EQ(r.detail, regions);
+}
+
+TEST(StatsPrint, JsonReadsBackAsTheRecords) {
+  const std::string file = record(0) + record(1, false) + record(2);
+  const std::vector<file_record> recs = read_stats_file(file);
+  ASSERT_EQ(3u, recs.size());
+  for (bool details : {false, true}) {
+    printed p = print(file, {STATS_JSON, details, false});
+    ASSERT_EQ(0, p.status) << p.err;
+    nlohmann::json doc = nlohmann::json::parse(p.out);
+    ASSERT_EQ(3u, doc.size());
+    for (size_t i = 0; i < 3; i++) {
+      SCOPED_TRACE("record " + std::to_string(i));
+      expect_json_is(recs[i], doc[i], details);
+    }
+  }
+}
+
+// A record arrives in pieces while the reader follows the file: its torn
+// tail is waited on, not reported, and the records come out as JSON lines.
+TEST(StatsPrint, FollowWaitsForATornTailToComplete) {
+  const std::string file = record(0) + record(1) + record(2);
+  const size_t pieces[] = {record(0).size() + 100, record(0).size() + record(1).size() + 3,
+                           file.size()};
+  scoped_temp_dir dir;
+  const std::string path = dir.write("stats", file.substr(0, 50));
+  FILE *in = fopen(path.c_str(), "rb");
+  mem_stream out, err;
+  stats_reader reader(in);
+  size_t waits = 0;
+  auto append_next_piece = [&](const stats_reader &r) {
+    const uint64_t have = stats_bytes_read(r);
+    EXPECT_EQ(waits == 0 ? 50 : pieces[waits - 1], have);
+    if (waits == 3)
+      return 0;
+    dir.write("stats", file.substr(0, pieces[waits++]));
+    return stats_wait_for_growth(in, have, 1, "F", stderr);
+  };
+  int status =
+      stats_print_records(&reader, "F", {STATS_JSON, true, true}, out.f, err.f, append_next_piece);
+  fclose(in);
+  std::string lines = out.take();
+  EXPECT_EQ("", err.take());
+  EXPECT_EQ(0, status);
+  EXPECT_EQ(3u, waits);
+  const std::vector<file_record> recs = read_stats_file(file);
+  size_t n = 0;
+  for (size_t at = 0, nl; (nl = lines.find('\n', at)) != std::string::npos; at = nl + 1, n++)
+    expect_json_is(recs.at(n), nlohmann::json::parse(lines.substr(at, nl - at)), true);
+  EXPECT_EQ(3u, n);
+}
+
+TEST(StatsFollow, StopsOnAPipeAndOnATruncatedFile) {
+  int fds[2];
+  ASSERT_EQ(0, pipe(fds));
+  FILE *p = fdopen(fds[0], "rb");
+  EXPECT_EQ(0, stats_wait_for_growth(p, 0, 1, "P", stderr));
+  fclose(p);
+  close(fds[1]);
+  scoped_temp_dir dir;
+  FILE *f = fopen(dir.write("stats", "abc").c_str(), "rb");
+  EXPECT_EQ(1, stats_wait_for_growth(f, 2, 1, "F", stderr));
+  mem_stream err;
+  EXPECT_EQ(-1, stats_wait_for_growth(f, 4, 1, "F", err.f));
+  fclose(f);
+  EXPECT_EQ("zrstat: F: file truncated to 3 bytes after 4 were read\n", err.take());
+}
+
+} // namespace

@@ -1,0 +1,127 @@
+// The zrstat binary: on a file the real daemon wrote under the substitute
+// driver, the numbers fed to the driver come back out; and its command line.
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "daemon/daemon_harness.h"
+#include "support/run_binary.h"
+#include "support/stats_file.h"
+
+namespace {
+
+run_result zrstat(const std::vector<std::string> &args) {
+  run_options opt;
+  opt.env = {"TZ=UTC", "LC_ALL=C"};
+  return run_program(ZRSTAT_BIN, args, opt);
+}
+
+// One cycle of one sample: 10 regions of volume 7 read 40 times, 10 of
+// volume 300 read 6 times, 100 of volume 7 read once.  n = 120: the band is
+// 6..40; indices 10-14 fall 40/6 = 6 against the entry 5 above, so the cut
+// is at 10 with threshold 6, and the 10 ties make wl_count 21 (the last a
+// region read once).  first5 14, first3 13, first2 12, all at count 6.
+TEST(Zrstat, PrintsWhatTheDaemonWasFed) {
+  daemon_sandbox box;
+  box.write_scenario("info 0xabcd0123 65536\n"
+                     "guid 01234567-89ab-cdef-0011-223344556677\n"
+                     "volume 7 11111111-2222-3333-4444-555555555555\n"
+                     "volume 300 aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee\n" +
+                     sample_line({{7, 1000, 10, 40}, {300, 50, 10, 6}, {7, 5000, 100, 1}}) +
+                     "fail update 2 EPERM\n");
+  daemon_run run = box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"});
+  SCOPED_TRACE(run.describe());
+  ASSERT_EQ(1, run.status);
+
+  run_result text = zrstat({box.stats_path()});
+  EXPECT_EQ(0, text.exit_status);
+  EXPECT_EQ("", text.err);
+  // The time is the writer's: only its form is checked.
+  ASSERT_GT(text.out.size(), 21u);
+  EXPECT_EQ("  workload 21 regions 0.00 GB  counted 120  threshold 6  drop 5  last5 10 last3 0 "
+            "last2 0  first5 14:6 first3 13:6 first2 12:6  max 6:6 at 14  volumes "
+            "7 {11111111-2222-3333-4444-555555555555} 300 {aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee}\n",
+            text.out.substr(19));
+
+  run_result json = zrstat({"--json", "--details", box.stats_path()});
+  EXPECT_EQ(0, json.exit_status);
+  nlohmann::json doc = nlohmann::json::parse(json.out);
+  ASSERT_EQ(1u, doc.size());
+  const nlohmann::json &r = doc[0];
+  EXPECT_EQ(0xabcd0123u, r.at("info_word").get<uint32_t>());
+  EXPECT_EQ(text.out.substr(0, 19), r.at("local_time").get<std::string>());
+  // Hottest first; equal counts in any order.
+  std::vector<stats_detail> regions;
+  for (const auto &e : r.at("regions"))
+    regions.push_back({e.at("volume").get<uint32_t>(), e.at("region").get<uint64_t>(),
+                       e.at("count").get<uint32_t>()});
+  ASSERT_EQ(21u, regions.size());
+  std::vector<stats_detail> want;
+  for (uint32_t i = 0; i < 10; i++)
+    want.push_back({7, 1000 + i, 40});
+  for (uint32_t i = 0; i < 10; i++)
+    want.push_back({300, 50 + i, 6});
+  std::sort(regions.begin(), regions.begin() + 20);
+  EXPECT_EQ(want, std::vector<stats_detail>(regions.begin(), regions.begin() + 20));
+  EXPECT_EQ(7u, regions[20].volid);
+  EXPECT_EQ(1u, regions[20].acc_cnt);
+
+  run_result csv = zrstat({"--csv", box.stats_path()});
+  EXPECT_EQ(0, csv.exit_status);
+  const std::string row = csv.out.substr(csv.out.find('\n') + 1);
+  EXPECT_EQ(",21,0.001282,120,2882339107,6,5,10,0,0,14,6,13,6,12,6,1,6,6,14,"
+            "7:{11111111-2222-3333-4444-555555555555} 300:{aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee}\n",
+            row.substr(row.find(',', row.find(',') + 1)));
+}
+
+TEST(Zrstat, CommandLine) {
+  scoped_temp_dir dir;
+  const std::string empty = dir.write("empty", "");
+  const std::string torn = dir.write("torn", std::string(100, '\0'));
+  struct cli_case {
+    std::vector<std::string> args;
+    int status;
+    std::string out, err; // "*": anything but empty
+  };
+  const cli_case cases[] = {
+      {{empty}, 0, "", ""},
+      {{"--csv", "--details", empty}, 0, "", ""},
+      {{"--json", empty}, 0, "[]\n", ""},
+      {{"--version"}, 0, "zrstat (zriostatd) 1.0.0\n", ""},
+      {{"--help"}, 0, "*", ""},
+      {{dir.file("missing")}, 1, "",
+       "zrstat: " + dir.file("missing") + ": No such file or directory\n"},
+      {{dir.path()}, 1, "", "zrstat: " + dir.path() + ": Is a directory\n"},
+      {{torn}, 1, "",
+       "zrstat: " + torn +
+           ": torn record at byte 0: the file ends 100 bytes into it, its header asks for 136; "
+           "left out\n"},
+      {{"--json", "--csv", empty}, 2, "", "zrstat: --json and --csv exclude each other\n"},
+      {{empty, empty}, 2, "", "zrstat: one FILE at most\n"},
+      {{"--bogus"}, 2, "", "*"},
+  };
+  for (const cli_case &c : cases) {
+    run_result r = zrstat(c.args);
+    SCOPED_TRACE(c.args[0]);
+    EXPECT_EQ(c.status, r.exit_status);
+    if (c.out == "*")
+      EXPECT_NE("", r.out);
+    else
+      EXPECT_EQ(c.out, r.out);
+    if (c.err == "*")
+      EXPECT_NE("", r.err);
+    else
+      EXPECT_EQ(c.err, r.err);
+  }
+  // '-' is standard input.
+  run_result piped =
+      run_program("/bin/sh", {"-c", std::string(ZRSTAT_BIN) + " --json - < " + torn});
+  EXPECT_EQ(1, piped.exit_status);
+  EXPECT_EQ("[]\n", piped.out);
+  EXPECT_EQ(0u, piped.err.find("zrstat: standard input: torn record at byte 0"));
+}
+
+} // namespace
