@@ -120,7 +120,6 @@ options() {
 }
 
 status=0
-mkdir -p fuzz/regressions
 printf '%-18s %8s %8s %10s %8s %8s %s\n' target cpu_s execs exec/s cov ft crashes
 for t in "${targets[@]}"; do
   bin=$build/fuzz/$t
@@ -128,11 +127,12 @@ for t in "${targets[@]}"; do
   rm -rf "$work"
   mkdir -p "$work/artifacts" "$build/corpus/$t"
   # shellcheck disable=SC2046
-  /usr/bin/time -f '%U %S' -o "$work/cpu" \
-    nice -n 10 "$bin" $(options "$t") -timeout=30 -close_fd_mask=3 -print_final_stats=1 \
-    -jobs="$workers" -workers="$workers" -max_total_time="$seconds" \
-    -artifact_prefix="$work/artifacts/" "$build/corpus/$t" "$seeds/$t" \
-    >"$work/main.log" 2>&1 </dev/null || true
+  # The shell's own timing gives the CPU time of the fuzzer and its jobs.
+  TIMEFORMAT='%U %S'
+  { time nice -n 10 "$bin" $(options "$t") -timeout=30 -close_fd_mask=3 -print_final_stats=1 \
+      -jobs="$workers" -workers="$workers" -max_total_time="$seconds" \
+      -artifact_prefix="$work/artifacts/" "$build/corpus/$t" "$seeds/$t" \
+      >"$work/main.log" 2>&1 </dev/null || true; } 2>"$work/cpu"
   # libFuzzer writes the jobs' logs into the working directory.
   mv fuzz-*.log "$work/" 2>/dev/null || true
   cpu=$(awk '{ printf "%.0f", $1 + $2 }' "$work/cpu")
@@ -145,6 +145,7 @@ for t in "${targets[@]}"; do
     [[ -e $a ]] || continue
     crashes=$((crashes + 1))
     kind=$(basename "$a" | cut -d- -f1)
+    mkdir -p fuzz/regressions
     out=fuzz/regressions/$t-$kind-$(sha1sum "$a" | cut -c1-12)
     nice -n 10 "$bin" $(options "$t") -minimize_crash=1 -max_total_time=60 \
       -exact_artifact_path="$out" "$a" >"$work/minimize.log" 2>&1 || true
