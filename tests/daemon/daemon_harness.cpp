@@ -1,5 +1,6 @@
 #include "daemon/daemon_harness.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -40,6 +41,15 @@ std::string daemon_run::describe() const {
 }
 
 namespace {
+
+// VmData of a live process, in kB; 0 when it cannot be read.
+int64_t data_kb(pid_t pid) {
+  std::istringstream status(read_file("/proc/" + std::to_string(pid) + "/status"));
+  for (std::string line; std::getline(status, line);)
+    if (line.rfind("VmData:", 0) == 0)
+      return std::strtoll(line.c_str() + 7, nullptr, 10);
+  return 0;
+}
 
 std::vector<driver_request> parse_requests(const std::string &text) {
   std::vector<driver_request> out;
@@ -100,9 +110,13 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   run.timed_out = pid == 0;
   for (const driver_request &r : run.requests) {
     pid_t p = static_cast<pid_t>(r.num("pid"));
-    if (run.timed_out && r.name == "process" && waitpid(p, &wstatus, WNOHANG) == 0 &&
-        kill(p, SIGKILL) == 0)
-      pid = waitpid(p, &wstatus, 0);
+    if (run.timed_out && r.name == "process" && waitpid(p, &wstatus, WNOHANG) == 0) {
+      int64_t before = data_kb(p);
+      sleep(1);
+      run.data_growth_kb = std::max(run.data_growth_kb, data_kb(p) - before);
+      if (kill(p, SIGKILL) == 0)
+        pid = waitpid(p, &wstatus, 0);
+    }
   }
   run.pid = pid > 0 ? pid : -1;
   run.status = pid > 0 && WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;

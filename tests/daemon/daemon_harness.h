@@ -37,6 +37,10 @@ struct daemon_run {
   int status = -1;          // the daemon's exit status, -1 if a signal ended it
   int signal = 0;           // the signal that ended it, or 0
   bool timed_out = false;   // it was still running at the deadline
+  // When it was still running at the deadline: how much its data segments
+  // (VmData, touched or not) grew during a second of watching before it was
+  // killed.
+  int64_t data_growth_kb = 0;
   std::string log;          // the daemon's log file
   std::string stats;        // the statistics file, empty if absent
   std::string launcher_err; // standard error of the process started
