@@ -74,7 +74,8 @@ daemon_sandbox::daemon_sandbox() {
     mkdir((root() + d).c_str(), 0755);
 }
 
-daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadline_seconds) const {
+daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadline_seconds,
+                               int nofile_limit) const {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   // Only the driver is preloaded: in a sanitizer build the runtime, which
   // the daemon links, comes after it, and AddressSanitizer must be told not
@@ -87,7 +88,16 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
              "FAKEDRIVER_ROOT=" + root(), "FAKEDRIVER_SCENARIO=" + root() + "/scenario",
              "FAKEDRIVER_LOG=" + root() + "/requests",
              "FAKEDRIVER_REAPER=" + std::to_string(getpid())};
-  run_result launcher = run_zriostatd(args, opt);
+  run_result launcher;
+  if (nofile_limit < 0) {
+    launcher = run_zriostatd(args, opt);
+  } else {
+    std::vector<std::string> shell = {"-c", "ulimit -n " + std::to_string(nofile_limit) +
+                                                " && exec \"$0\" \"$@\"",
+                                      ZRIOSTATD_BIN};
+    shell.insert(shell.end(), args.begin(), args.end());
+    launcher = run_program("/bin/sh", shell, opt);
+  }
   daemon_run run;
   run.launcher_status = launcher.exit_status;
   run.launcher_err = launcher.err;

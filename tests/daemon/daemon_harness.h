@@ -65,8 +65,11 @@ public:
   void write_scenario(const std::string &text) const { write_file("scenario", text); }
 
   // Starts the daemon with `args`, waits up to `deadline_seconds` for it to
-  // end and collects what it left.
-  daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60) const;
+  // end and collects what it left.  A `nofile_limit` of 0 or more starts it
+  // with that many descriptors allowed (RLIMIT_NOFILE, set by a shell that
+  // then runs the daemon in its place).
+  daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60,
+                 int nofile_limit = -1) const;
 
 private:
   scoped_temp_dir dir_;
