@@ -58,9 +58,11 @@ shared_trace() {
 
 n=0
 for f in examples/*/out tests/daemon/data/*/out; do
-  head -n 8 "$f" | while IFS= read -r line; do
-    printf '%s\n' "$line" >"$seeds/trace_scan_fuzz/line$((n++))"
-  done
+  n=$((n + 1))
+  i=0
+  while IFS= read -r line; do
+    printf '%s\n' "$line" >"$seeds/trace_scan_fuzz/line$n.$((i++))"
+  done < <(head -n 8 "$f")
 done
 printf '%s\n' "0 0 0 0" "-2147483649 4294967296 18446744073709551616 -1" \
   " +7 -0 0x10 1e3" "8" "8 16" "8 16 99" $'\t8\v16\f1\r2' >"$seeds/trace_scan_fuzz/edges"
@@ -120,7 +122,9 @@ options() {
 }
 
 status=0
-printf '%-18s %8s %8s %10s %8s %8s %s\n' target cpu_s execs exec/s cov ft crashes
+# exec/s is per fuzzing process and second of wall clock; on a busy machine
+# exec/cpu_s (executions per CPU second) says more.
+printf '%-18s %6s %9s %8s %11s %8s %6s %s\n' target cpu_s execs exec/s exec/cpu_s cov ft crashes
 for t in "${targets[@]}"; do
   bin=$build/fuzz/$t
   work=$build/runs/$t
@@ -135,7 +139,7 @@ for t in "${targets[@]}"; do
       >"$work/main.log" 2>&1 </dev/null || true; } 2>"$work/cpu"
   # libFuzzer writes the jobs' logs into the working directory.
   mv fuzz-*.log "$work/" 2>/dev/null || true
-  cpu=$(awk '{ printf "%.0f", $1 + $2 }' "$work/cpu")
+  cpu=$(awk '{ printf "%.1f", $1 + $2 }' "$work/cpu")
   execs=$(cat "$work"/fuzz-*.log 2>/dev/null | awk '/stat::number_of_executed_units/ { s += $2 } END { print s + 0 }')
   last=$(cat "$work"/fuzz-*.log 2>/dev/null | grep -E '^#[0-9]+.*cov: ' | tail -n 1 || true)
   cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$last")
@@ -158,6 +162,8 @@ for t in "${targets[@]}"; do
     status=1
   fi
   rate=$(awk -v e="$execs" -v s="$seconds" -v w="$workers" 'BEGIN { printf "%.0f", e / (s * w) }')
-  printf '%-18s %8s %8s %10s %8s %8s %s\n' "$t" "$cpu" "$execs" "$rate" "${cov:-?}" "${ft:-?}" "$crashes"
+  cpu_rate=$(awk -v e="$execs" -v c="$cpu" 'BEGIN { printf "%.0f", c > 0 ? e / c : 0 }')
+  printf '%-18s %6s %9s %8s %11s %8s %6s %s\n' "$t" "$cpu" "$execs" "$rate" "$cpu_rate" "${cov:-?}" \
+    "${ft:-?}" "$crashes"
 done
 exit $status
