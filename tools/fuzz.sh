@@ -162,7 +162,7 @@ for t in "${targets[@]}"; do
     status=1
   fi
   rate=$(awk -v e="$execs" -v s="$seconds" -v w="$workers" 'BEGIN { printf "%.0f", e / (s * w) }')
-  cpu_rate=$(awk -v e="$execs" -v c="$cpu" 'BEGIN { printf "%.0f", c > 0 ? e / c : 0 }')
+  cpu_rate=$(awk -v e="$execs" -v c="$cpu" 'BEGIN { printf "%.0f", (c > 0 ? e / c : 0) }')
   printf '%-18s %6s %9s %8s %11s %8s %6s %s\n' "$t" "$cpu" "$execs" "$rate" "$cpu_rate" "${cov:-?}" \
     "${ft:-?}" "$crashes"
 done
