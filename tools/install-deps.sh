@@ -2,7 +2,8 @@
 # Installs the Debian packages that building and testing need, and only those
 # that are missing.  The README's commands and .ci/run both start here, so
 # this list is the only one.  Needs root and apt-get only when something is
-# missing; otherwise it says so in one line and exits 1.
+# missing; otherwise it says so in one line and exits 1.  With --fuzz it
+# also installs the fuzzing toolchain.
 set -euo pipefail
 
 packages=(
@@ -14,7 +15,12 @@ packages=(
   zlib1g-dev libzstd-dev           # compressed traces (zrtrace)
   nlohmann-json3-dev               # --json output of the companion tools
   mandoc                           # man page lint test
+  libxml2-utils                    # xmllint, which checks zrcurve's SVG in the tests
 )
+# --fuzz: also what the libFuzzer targets (fuzz/, tools/fuzz.sh) build with.
+if [[ "${1:-}" == --fuzz ]]; then
+  packages+=(clang libclang-rt-14-dev)
+fi
 
 me=${0##*/}
 if ! command -v dpkg-query >/dev/null; then

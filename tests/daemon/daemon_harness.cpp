@@ -1,5 +1,6 @@
 #include "daemon/daemon_harness.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -41,6 +42,15 @@ std::string daemon_run::describe() const {
 
 namespace {
 
+// VmData of a live process, in kB; 0 when it cannot be read.
+int64_t data_kb(pid_t pid) {
+  std::istringstream status(read_file("/proc/" + std::to_string(pid) + "/status"));
+  for (std::string line; std::getline(status, line);)
+    if (line.rfind("VmData:", 0) == 0)
+      return std::strtoll(line.c_str() + 7, nullptr, 10);
+  return 0;
+}
+
 std::vector<driver_request> parse_requests(const std::string &text) {
   std::vector<driver_request> out;
   std::istringstream lines(text);
@@ -64,20 +74,33 @@ daemon_sandbox::daemon_sandbox() {
     mkdir((root() + d).c_str(), 0755);
 }
 
-daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadline_seconds) const {
+daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadline_seconds,
+                               int nofile_limit) const {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   // Only the driver is preloaded: in a sanitizer build the runtime, which
   // the daemon links, comes after it, and AddressSanitizer must be told not
-  // to insist on coming first.
+  // to insist on coming first.  Its quarantine of freed memory is kept
+  // small, so that the daemon's memory stays a measure of what it holds
+  // (data_growth_kb); frees of the last 16 MB are still checked.
   const char *asan = std::getenv("ASAN_OPTIONS");
   run_options opt;
   opt.timeout_seconds = deadline_seconds;
-  opt.env = {"ASAN_OPTIONS=verify_asan_link_order=0:" + std::string(asan ? asan : ""),
+  opt.env = {"ASAN_OPTIONS=verify_asan_link_order=0:quarantine_size_mb=16:" +
+                 std::string(asan ? asan : ""),
              std::string("LD_PRELOAD=") + FAKEDRIVER_LIB,
              "FAKEDRIVER_ROOT=" + root(), "FAKEDRIVER_SCENARIO=" + root() + "/scenario",
              "FAKEDRIVER_LOG=" + root() + "/requests",
              "FAKEDRIVER_REAPER=" + std::to_string(getpid())};
-  run_result launcher = run_zriostatd(args, opt);
+  run_result launcher;
+  if (nofile_limit < 0) {
+    launcher = run_zriostatd(args, opt);
+  } else {
+    std::vector<std::string> shell = {"-c", "ulimit -n " + std::to_string(nofile_limit) +
+                                                " && exec \"$0\" \"$@\"",
+                                      ZRIOSTATD_BIN};
+    shell.insert(shell.end(), args.begin(), args.end());
+    launcher = run_program("/bin/sh", shell, opt);
+  }
   daemon_run run;
   run.launcher_status = launcher.exit_status;
   run.launcher_err = launcher.err;
@@ -100,9 +123,13 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   run.timed_out = pid == 0;
   for (const driver_request &r : run.requests) {
     pid_t p = static_cast<pid_t>(r.num("pid"));
-    if (run.timed_out && r.name == "process" && waitpid(p, &wstatus, WNOHANG) == 0 &&
-        kill(p, SIGKILL) == 0)
-      pid = waitpid(p, &wstatus, 0);
+    if (run.timed_out && r.name == "process" && waitpid(p, &wstatus, WNOHANG) == 0) {
+      int64_t before = data_kb(p);
+      sleep(1);
+      run.data_growth_kb = std::max(run.data_growth_kb, data_kb(p) - before);
+      if (kill(p, SIGKILL) == 0)
+        pid = waitpid(p, &wstatus, 0);
+    }
   }
   run.pid = pid > 0 ? pid : -1;
   run.status = pid > 0 && WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;

@@ -37,6 +37,10 @@ struct daemon_run {
   int status = -1;          // the daemon's exit status, -1 if a signal ended it
   int signal = 0;           // the signal that ended it, or 0
   bool timed_out = false;   // it was still running at the deadline
+  // When it was still running at the deadline: how much its data segments
+  // (VmData, touched or not) grew during a second of watching before it was
+  // killed.
+  int64_t data_growth_kb = 0;
   std::string log;          // the daemon's log file
   std::string stats;        // the statistics file, empty if absent
   std::string launcher_err; // standard error of the process started
@@ -61,8 +65,11 @@ public:
   void write_scenario(const std::string &text) const { write_file("scenario", text); }
 
   // Starts the daemon with `args`, waits up to `deadline_seconds` for it to
-  // end and collects what it left.
-  daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60) const;
+  // end and collects what it left.  A `nofile_limit` of 0 or more starts it
+  // with that many descriptors allowed (RLIMIT_NOFILE, set by a shell that
+  // then runs the daemon in its place).
+  daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60,
+                 int nofile_limit = -1) const;
 
 private:
   scoped_temp_dir dir_;

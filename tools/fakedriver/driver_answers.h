@@ -7,7 +7,9 @@
 //   info
 //   update wl_count=W threshold=T reserved=R no_workload=F
 //   accum offer=S need=N pages=P     (S < N: pages=0, the daemon must retry)
-//   map capacity=C count=V done=D
+//   map capacity=C count=V done=D    (asks=A when it wants a bigger array)
+// A request answered wrongly on purpose (scenario "answer") carries
+// " answer=<kind>" before its fields.
 // A guid that the daemon sends back and that differs from the scenario's,
 // or a page area that is not where the header says, fails the request with
 // EINVAL and adds " bad_guid" or " bad_area" to the line.

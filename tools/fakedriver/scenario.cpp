@@ -10,6 +10,7 @@
 
 const char *const fake_request_names[FAKE_NREQUESTS] = {"start", "info", "update", "accum",
                                                         "map"};
+const char *const fake_quirk_names[FAKE_NQUIRKS] = {"short", "grow", "overcount", "unstable"};
 
 namespace {
 
@@ -21,7 +22,11 @@ bool number(const std::string &word, uint64_t *value, uint64_t max = UINT32_MAX)
 }
 
 bool errno_name(const std::string &word, int *err) {
-  *err = word == "EPERM" ? EPERM : word == "ENOENT" ? ENOENT : word == "EIO" ? EIO : 0;
+  *err = word == "EPERM"    ? EPERM
+         : word == "ENOENT" ? ENOENT
+         : word == "EIO"    ? EIO
+         : word == "EFAULT" ? EFAULT
+                            : 0;
   return *err != 0;
 }
 
@@ -37,6 +42,21 @@ bool parse_guid(const std::string &text, uint8_t guid[16]) {
   std::memcpy(guid + 4, &g2, 2);
   std::memcpy(guid + 6, &g3, 2);
   return n == 11 && end == 36;
+}
+
+fake_request request_named(const std::string &word) {
+  for (int r = 0; r < FAKE_NREQUESTS; r++)
+    if (word == fake_request_names[r])
+      return static_cast<fake_request>(r);
+  return FAKE_NREQUESTS;
+}
+
+// Only requests whose answer carries something can be answered wrongly, and
+// only those with a size to outgrow can grow or never settle.
+bool quirk_applies(fake_request r, fake_quirk_kind k) {
+  if (r == FAKE_ACCUM || r == FAKE_MAP)
+    return k != FAKE_NQUIRKS;
+  return r == FAKE_INFO && (k == FAKE_SHORT || k == FAKE_OVERCOUNT);
 }
 
 bool parse_directive(const std::vector<std::string> &w, fake_scenario *sc) {
@@ -82,13 +102,18 @@ bool parse_directive(const std::vector<std::string> &w, fake_scenario *sc) {
   if (d == "page_slack" && n == 2)
     return number(w[1], &sc->page_slack, 4096);
   if (d == "fail" && n == 4) {
-    fake_failure f{FAKE_NREQUESTS, 0, 0};
-    for (int r = 0; r < FAKE_NREQUESTS; r++)
-      if (w[1] == fake_request_names[r])
-        f.request = static_cast<fake_request>(r);
+    fake_failure f{request_named(w[1]), 0, 0};
     sc->failures.push_back(f);
     return f.request != FAKE_NREQUESTS && number(w[2], &sc->failures.back().nth) &&
            errno_name(w[3], &sc->failures.back().err);
+  }
+  if (d == "answer" && n == 4) {
+    fake_quirk q{request_named(w[1]), 0, FAKE_NQUIRKS};
+    for (int k = 0; k < FAKE_NQUIRKS; k++)
+      if (w[3] == fake_quirk_names[k])
+        q.kind = static_cast<fake_quirk_kind>(k);
+    sc->quirks.push_back(q);
+    return quirk_applies(q.request, q.kind) && number(w[2], &sc->quirks.back().nth);
   }
   return d == "no_device" && n == 2 && errno_name(w[1], &sc->no_device);
 }

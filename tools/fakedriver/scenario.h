@@ -17,7 +17,22 @@
 //                         so that the next page starts after 8-byte rounding
 //   fail <request> <n> <errno>
 //       the n-th (from 1) request of that kind fails with errno (EPERM,
-//       ENOENT or EIO); request is start, info, update, accum or map
+//       ENOENT, EIO or EFAULT); request is start, info, update, accum or map
+//   answer <request> <n> <kind>
+//       the n-th request of that kind is answered wrongly, as a faulty
+//       driver might (only info, accum and map send anything back):
+//         short      only part of the answer is written: info its first 16
+//                    bytes (no page size, no guid); accum the first half of
+//                    the page bytes; map the first half of the entries
+//         grow       accum and map: the answer has grown since the size
+//                    was asked, three times running: accum needs 64 bytes
+//                    more than offered, map asks for one entry more
+//         overcount  a count larger than the answer: info claims 5
+//                    volumes more; accum claims 3 pages more and its last
+//                    page 1000 entries more; map reports 1000 entries more
+//         unstable   accum and map, from the n-th request on for ever:
+//                    accum always needs 8 bytes more than offered, map
+//                    always one entry more
 //   no_device <errno>     opening the control device fails with errno
 //
 // A guid is written 8-4-4-4-12 hexadecimal digits and kept as the daemon
@@ -51,6 +66,15 @@ struct fake_failure {
   int err;
 };
 
+enum fake_quirk_kind { FAKE_SHORT, FAKE_GROW, FAKE_OVERCOUNT, FAKE_UNSTABLE, FAKE_NQUIRKS };
+extern const char *const fake_quirk_names[FAKE_NQUIRKS];
+
+struct fake_quirk {
+  fake_request request;
+  uint64_t nth; // from 1
+  fake_quirk_kind kind;
+};
+
 struct fake_scenario {
   uint64_t info_word = 0;
   uint64_t pgbuf_size = 65536;
@@ -61,6 +85,7 @@ struct fake_scenario {
   uint64_t page_entries = 1000;
   uint64_t page_slack = 0;
   std::vector<fake_failure> failures;
+  std::vector<fake_quirk> quirks;
   int no_device = 0; // errno for the open of the control device, 0: it opens
 };
 
