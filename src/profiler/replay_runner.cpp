@@ -1,6 +1,8 @@
 #include "profiler/replay_runner.h"
 
 #include <cstdlib>
+#include <new>
+#include <system_error>
 #include <sched.h>
 
 #include "stats/stathash.h"
@@ -17,7 +19,11 @@ replay_outcome run_replay(const replay_trace &trace, const replay_request &r, bo
                           std::stop_token stop) {
   replay_outcome out{};
   out.pool_failed = pool_failed;
-  (void)vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop);
+  try {
+    (void)vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop);
+  } catch (const std::bad_alloc &) {
+    out.out_of_memory = true; // never let it leave a thread
+  }
   return out;
 }
 
@@ -59,16 +65,24 @@ void replay_runner::drop_all() {
 void replay_runner::start_jobs() {
   // With one thread nothing runs ahead: take() replays in the caller.
   while (threads_ > 1 && running_.size() < threads_ && !waiting_.empty()) {
-    auto j = std::make_unique<job>();
-    j->request = waiting_.front();
-    waiting_.pop_front();
+    try {
+      running_.push_back(std::make_unique<job>());
+    } catch (const std::bad_alloc &) {
+      return;
+    }
+    job *p = running_.back().get();
+    p->request = waiting_.front();
     // The pool is tried now, in this thread; its message waits for take().
-    const bool failed = !vol_node_pool_fits(j->request.casize);
-    job *p = j.get();
-    p->thread = std::jthread([this, p, failed](std::stop_token stop) {
-      p->outcome = run_replay(trace_, p->request, failed, stop);
-    });
-    running_.push_back(std::move(j));
+    const bool failed = !vol_node_pool_fits(p->request.casize);
+    try {
+      p->thread = std::jthread([this, p, failed](std::stop_token stop) {
+        p->outcome = run_replay(trace_, p->request, failed, stop);
+      });
+    } catch (const std::system_error &) {
+      running_.pop_back(); // no thread to be had now: it runs when asked for
+      return;
+    }
+    waiting_.pop_front();
   }
 }
 
@@ -80,7 +94,11 @@ void replay_runner::plan(const std::vector<replay_request> &upcoming) {
     running_.back()->thread.request_stop();
     running_.pop_back();
   }
-  waiting_.assign(upcoming.begin() + static_cast<ptrdiff_t>(kept), upcoming.end());
+  try {
+    waiting_.assign(upcoming.begin() + static_cast<ptrdiff_t>(kept), upcoming.end());
+  } catch (const std::bad_alloc &) {
+    waiting_.clear();
+  }
   start_jobs();
 }
 

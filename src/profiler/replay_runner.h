@@ -26,6 +26,8 @@ struct replay_outcome {
   replay_figures figures;
   bool pool_failed;  // the node pool of casize nodes could not be had: the
                      // replay ran with a cache that admits nothing
+  bool out_of_memory;  // the replay's own working memory could not be had:
+                       // the figures are incomplete
 };
 
 class replay_runner {
@@ -36,7 +38,8 @@ public:
   replay_runner &operator=(const replay_runner &) = delete;
 
   // The replays that may be asked for next, in order.  Running replays that
-  // begin the new list are kept; the others are stopped.
+  // begin the new list are kept; the others are stopped.  Without memory or
+  // threads to run them ahead, they run when asked for.
   void plan(const std::vector<replay_request> &upcoming);
   // The outcome of the replay at `r`: the first planned one when it matches
   // (waiting for it), else computed here after dropping the plan.

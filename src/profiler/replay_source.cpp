@@ -3,6 +3,7 @@
 // comes next.
 
 #include <cstdio>
+#include <new>
 
 #include "common/pfmt.h"
 #include "profiler/lru_replay.h"
@@ -15,11 +16,22 @@ std::unique_ptr<replay_trace> settled;
 std::unique_ptr<replay_runner> runner;
 bool literal;
 
-// The kept form, settled now if this is its first use; null when none.
+// The standard containers behind the compact form report running out of
+// memory by throwing.  This file is where that ends: a replay that cannot
+// have the form's memory runs as the streaming replay, which meets a failed
+// allocation by reporting it and going on.
+
+// The kept form, settled now if this is its first use; null when none, or
+// when settling it ran out of memory (the rest of the run then streams).
 replay_runner *kept_runner() {
   if (recorded != nullptr) {
-    settled = vol_settle_replay_trace(std::move(recorded));
-    runner = std::make_unique<replay_runner>(*settled, vol_replay_threads());
+    try {
+      settled = vol_settle_replay_trace(std::move(recorded));
+      runner = std::make_unique<replay_runner>(*settled, vol_replay_threads());
+    } catch (const std::bad_alloc &) {
+      vol_drop_replay_trace();
+      literal = true;
+    }
   }
   return runner.get();
 }
@@ -27,7 +39,10 @@ replay_runner *kept_runner() {
 // The outcome as the streaming replay leaves it in the run state.  The
 // pool's failure message comes now, in report order, whichever thread ran
 // the replay.
-void account(const replay_outcome &out, const replay_trace &trace) {
+// False, with nothing accounted, when the replay ran out of memory.
+bool account(const replay_outcome &out, const replay_trace &trace) {
+  if (out.out_of_memory)
+    return false;
   if (out.pool_failed)
     volpfmt(stderr, VOL_PFMT_ERROR, ":734:Memory allocation failure\n");
   read_hit += out.figures.hits;
@@ -35,6 +50,28 @@ void account(const replay_outcome &out, const replay_trace &trace) {
   thrshold = trace.last_threshold;
   canodebuf = stat_pool_cursor{};
   cold_ent = cold_list{};
+  return true;
+}
+
+// Records the file at `path`, settles the form and replays it once.  False
+// when the form cannot be had or ran out of memory.
+bool replay_once(const char *path, const replay_request &request) {
+  try {
+    std::unique_ptr<replay_recorder::pending> p;
+    if (FILE *file = fopen(path, "r")) {
+      std::unique_ptr<FILE, int (*)(FILE *)> closing(file, fclose);
+      p = vol_record_replay_trace(file);
+    } else {
+      p = vol_record_replay_trace(nullptr);
+    }
+    if (p == nullptr)
+      return false; // too large for the compact form
+    std::unique_ptr<replay_trace> trace = vol_settle_replay_trace(std::move(p));
+    replay_runner once(*trace, 1);
+    return account(once.take(request), *trace);
+  } catch (const std::bad_alloc &) {
+    return false;
+  }
 }
 
 } // namespace
@@ -66,24 +103,14 @@ void vol_plan_replays(const std::vector<replay_request> &upcoming) {
 }
 
 void vol_apply_lru(const char *path, iostat_ctx *ctx) {
-  if (literal) {
-    vol_apply_lru_literal(path, ctx);
-    return;
-  }
   const replay_request request{casize, w_flag != 0};
-  if (replay_runner *r = kept_runner()) {
-    account(r->take(request), *settled);
-    return;
+  if (!literal) {
+    if (replay_runner *r = kept_runner()) {
+      if (account(r->take(request), *settled))
+        return;
+    } else if (!literal && replay_once(path, request)) {
+      return;
+    }
   }
-  FILE *file = fopen(path, "r");
-  std::unique_ptr<replay_recorder::pending> p = vol_record_replay_trace(file);
-  if (file != nullptr)
-    fclose(file);
-  if (p == nullptr) {
-    vol_apply_lru_literal(path, ctx); // too large for the compact form
-    return;
-  }
-  std::unique_ptr<replay_trace> trace = vol_settle_replay_trace(std::move(p));
-  replay_runner once(*trace, 1);
-  account(once.take(request), *trace);
+  vol_apply_lru_literal(path, ctx);
 }

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
@@ -288,12 +289,69 @@ uint64_t vol_calc_maxwload_size(void) {
   return sum;
 }
 
+namespace {
+
+// Everything a pass over the trace has made: the devices it met, the
+// workloads, the per-volume loads, the read count and the region table.
+void forget_trace_input(iostat_ctx *ctx) {
+  for (volid_ent *&chain : volid_list) {
+    while (chain != nullptr) {
+      volid_ent *next = chain->next;
+      free(chain->name);
+      free(chain);
+      chain = next;
+    }
+  }
+  guniq_id = 0;
+  while (wrkload_list != nullptr) {
+    wrkload_node *next = wrkload_list->next;
+    free(wrkload_list);
+    wrkload_list = next;
+  }
+  wrkload_tail = nullptr;
+  for (uint32_t u = 0; u < vwload_slots; u++) {
+    while (vwload_list[u] != nullptr) {
+      vwload_ent *next = vwload_list[u]->next;
+      free(vwload_list[u]->name);
+      free(vwload_list[u]);
+      vwload_list[u] = next;
+    }
+    vwload_last[u] = nullptr;
+  }
+  num_of_reads = 0;
+  vol_stathash_reset(&ctx->store);
+  vol_clear_workload(&ctx->wrkload);
+  memset(ctx, 0, sizeof(*ctx));
+}
+
+// The single pass that also records the compact form.  False when the
+// standard containers behind the form ran out of memory (they report it by
+// throwing, which is caught here and nowhere deeper): the pass is then
+// unfinished and its state must be forgotten.
+bool count_and_record(FILE *trace, iostat_ctx *ctx);
+
+} // namespace
+
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   memset(ctx, 0, sizeof(*ctx));
-  if (vol_literal_replay()) {
-    read_intervals(trace, ctx);
-    return;
+  if (!vol_literal_replay()) {
+    if (count_and_record(trace, ctx))
+      return;
+    // Without memory for the compact form the run goes on as the streaming
+    // path runs, from the first line; that path meets each failed
+    // allocation by reporting it and going on without the region.
+    vol_drop_replay_trace();
+    forget_trace_input(ctx);
+    vol_use_literal_replay(true);
+    clearerr(trace);
+    rewind(trace);
   }
+  read_intervals(trace, ctx);
+}
+
+namespace {
+
+bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
   // One pass serves the aggregation and records the compact form for the
   // replays.  The two read the same lines with different memories: the
   // aggregation keeps a request's last region in the length field, and each
@@ -339,7 +397,12 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   end_interval(ctx, elapsed);
   vol_keep_replay_trace(replay.finish());
   finish_input(elapsed);
+  return true;
+} catch (const std::bad_alloc &) {
+  return false;
 }
+
+} // namespace
 
 namespace {
 void read_intervals(FILE *trace, iostat_ctx *ctx) {

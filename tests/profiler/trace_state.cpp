@@ -39,6 +39,7 @@ void reset_trace_state() {
   num_of_reads = 0;
   duration = 0.0f;
   casize = 0;
+  w_flag = 0;
   cache_lat = 0.0f;
   disk_lat = 0.0f;
 }
