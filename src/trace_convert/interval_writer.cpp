@@ -71,11 +71,28 @@ void interval_writer::add(bool timed, int64_t time_ns, uint32_t device, uint64_t
     emit_timed(p);
     return;
   }
-  window_.push(p);
-  if (window_.size() > settings_.reorder_window) {
-    emit_timed(window_.top());
-    window_.pop();
+  if (in_order_.empty() || !later()(in_order_.back(), p))
+    in_order_.push_back(p);
+  else
+    out_of_order_.push(p);
+  if (in_order_.size() + out_of_order_.size() > settings_.reorder_window) {
+    pending first;
+    take_earliest(&first);
+    emit_timed(first);
   }
+}
+
+bool interval_writer::take_earliest(pending *p) {
+  if (in_order_.empty() && out_of_order_.empty())
+    return false;
+  if (out_of_order_.empty() || (!in_order_.empty() && later()(out_of_order_.top(), in_order_.front()))) {
+    *p = in_order_.front();
+    in_order_.pop_front();
+  } else {
+    *p = out_of_order_.top();
+    out_of_order_.pop();
+  }
+  return true;
 }
 
 void interval_writer::emit_timed(const pending &p) {
@@ -128,10 +145,9 @@ void interval_writer::emit(uint64_t interval, uint32_t device, uint64_t start, u
 }
 
 bool interval_writer::finish() {
-  while (!window_.empty()) {
-    emit_timed(window_.top());
-    window_.pop();
-  }
+  pending p;
+  while (take_earliest(&p))
+    emit_timed(p);
   if (!settings_.keep.empty())
     advance_to(settings_.keep.size() - 1);
   else if (seen_time_ && settings_.reads_per_interval == 0) {

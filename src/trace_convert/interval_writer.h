@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <deque>
 #include <queue>
 #include <string>
 #include <string_view>
@@ -79,7 +80,12 @@ private:
   sink_fn sink_;
   bool sink_ok_ = true;
   std::string buf_;
-  std::priority_queue<pending, std::vector<pending>, later> window_;
+  // The window: reads in time order go to the back of `in_order_` in O(1);
+  // the others wait in the heap `out_of_order_`.  The earliest of the two
+  // fronts leaves first.
+  std::deque<pending> in_order_;
+  std::priority_queue<pending, std::vector<pending>, later> out_of_order_;
+  bool take_earliest(pending *p);
   uint64_t seq_ = 0;
   bool seen_time_ = false;
   int64_t earliest_ = 0, latest_ = 0;
