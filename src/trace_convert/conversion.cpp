@@ -172,7 +172,8 @@ bool converter::convert_input(const std::string &input) {
     while (head.size() < 32 && (rc = lines.next(&line)) == 1)
       head.emplace_back(line);
     if (rc < 0 && head.size() < 32) {
-      fprintf(err_, "%s: %s: %s\n", prog, input.c_str(), lines.error().c_str());
+      fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
+              static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
       return false;
     }
     if (!choose_format(input, head))
@@ -187,7 +188,7 @@ bool converter::convert_input(const std::string &input) {
   }
   bool show_progress = tool_progress_wanted() && (in.raw_size() == 0 || in.raw_size() > (64u << 20));
   while ((rc = lines.next(&line)) == 1) {
-    if (!process(line, input, lines.line_number() + first_line - 1))
+    if (!process(line, input, lines.line_number()))
       return false;
     if (show_progress && (lines.line_number() & 0xfffff) == 0)
       progress(in, input);
@@ -198,7 +199,7 @@ bool converter::convert_input(const std::string &input) {
   }
   if (rc < 0) {
     fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
-            static_cast<unsigned long long>(lines.line_number() + first_line), lines.error().c_str());
+            static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
     return false;
   }
   return true;
