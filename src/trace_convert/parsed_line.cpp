@@ -30,6 +30,7 @@ bool byte_range_to_sectors(uint64_t offset, uint64_t bytes, uint64_t *start, uin
   if (bytes > UINT64_MAX - offset || offset + bytes > UINT64_MAX - 511)
     return false;
   *start = offset / 512;
-  *length = (offset + bytes + 511) / 512 - *start;
+  // No bytes touch no sector, wherever they start.
+  *length = bytes == 0 ? 0 : (offset + bytes + 511) / 512 - *start;
   return true;
 }
