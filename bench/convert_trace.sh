@@ -38,9 +38,14 @@ for input in trace.blkparse trace.csv; do
   /usr/bin/time -v "$zrtrace" --no-sysfs "$work/$input" "$work/out-$input" 2> "$work/time.txt" || { cat "$work/time.txt"; exit 1; }
   elapsed=$(awk -F': ' '/Elapsed \(wall clock\)/ { n = split($2, p, ":"); s = 0; for (i = 1; i <= n; i++) s = s * 60 + p[i]; print s }' "$work/time.txt")
   user=$(awk -F': ' '/User time/ { print $2 }' "$work/time.txt")
+  sys=$(awk -F': ' '/System time/ { print $2 }' "$work/time.txt")
   rss=$(awk -F': ' '/Maximum resident set size/ { print $2 }' "$work/time.txt")
-  awk -v name="$input" -v size="$size" -v e="$elapsed" -v u="$user" -v rss="$rss" 'BEGIN {
-    printf "%-16s %7.0f MB in %6.2f s wall (%6.2f s user): %6.1f MB/s, peak RSS %.1f MB\n", name, size / 1048576, e, u, size / 1048576 / e, rss / 1024 }'
+  # On a shared machine the wall clock counts other programs' time too; the
+  # CPU time (user + system) is what one core spent on this conversion.
+  awk -v name="$input" -v size="$size" -v e="$elapsed" -v u="$user" -v s="$sys" -v rss="$rss" 'BEGIN {
+    mb = size / 1048576
+    printf "%-15s %6.0f MB: %6.2f s wall, %6.2f s CPU (%5.2f user + %5.2f sys): %6.1f MB/s wall, %6.1f MB/s CPU; peak RSS %.1f MB\n",
+      name, mb, e, u + s, u, s, mb / e, mb / (u + s), rss / 1024 }'
   grep '^zrtrace: reads kept' "$work/time.txt"
   rm -rf "$work/out-$input"
 done

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr size_t max_fields = 64;
-
 std::vector<column_ref *> all_columns(column_layout *l) {
   std::vector<column_ref *> cols = {&l->time, &l->offset, &l->size, &l->op};
   for (column_ref &d : l->device)
@@ -91,8 +89,8 @@ line_kind column_format::parse(std::string_view line, parsed_line *out, std::str
     out->cause = skip_header;
     return line_kind::skipped;
   }
-  std::string_view f[max_fields];
-  size_t n = split_fields(line, layout_.separator, f, max_fields);
+  std::string_view *f = fields_;
+  size_t n = split_fields(line, layout_.separator, f, needed_);
   if (n == 0 || (n == 1 && f[0].empty())) {
     out->cause = skip_blank;
     return line_kind::skipped;

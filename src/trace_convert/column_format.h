@@ -61,4 +61,8 @@ private:
   bool expect_header_ = false;
   size_t needed_ = 0; // fields a line must have: highest column used + 1
   std::string key_;
+  // The fields of the line being parsed; kept here so that no line pays
+  // for clearing a fresh array.
+  static constexpr size_t max_fields = 64;
+  std::string_view fields_[max_fields];
 };

@@ -73,25 +73,26 @@ uint32_t device_registry::find_or_add(const line_device &device) {
   }
   if (!last_devno_ && last_id_ != UINT32_MAX && device.key == last_key_)
     return last_id_;
-  std::string key(device.key);
+  std::string_view key = device.key;
   auto it = by_key_.find(key);
   uint32_t id;
   if (it != by_key_.end()) {
     id = it->second;
   } else {
     device_entry e;
-    e.key = key;
+    e.key = std::string(key);
     e.major = assigned_major_;
     e.minor = next_minor_++;
     if (key.empty())
       e.name = clean_name(single_name_);
     else
-      e.name = clean_name(all_digits(key) ? numeric_prefix_ + key : key);
+      e.name = clean_name(all_digits(key) ? numeric_prefix_ + e.key : e.key);
+    std::string copy = e.key;
     id = add(std::move(e));
-    by_key_.emplace(key, id);
+    by_key_.emplace(std::move(copy), id);
   }
   last_devno_ = false;
-  last_key_ = std::move(key);
+  last_key_.assign(key);
   return last_id_ = id;
 }
 

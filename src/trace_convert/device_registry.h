@@ -67,7 +67,12 @@ private:
   std::string numeric_prefix_;
   std::vector<device_entry> devices_;
   std::unordered_map<uint64_t, uint32_t> by_devno_;
-  std::unordered_map<std::string, uint32_t> by_key_;
+  // Looked up by string_view, without making a string for every line.
+  struct key_hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
+  };
+  std::unordered_map<std::string, uint32_t, key_hash, std::equal_to<>> by_key_;
   // The last device met: traces tend to name the same one many times in a row.
   bool last_devno_ = false;
   uint64_t last_pair_ = UINT64_MAX;

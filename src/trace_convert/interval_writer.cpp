@@ -82,6 +82,20 @@ void interval_writer::add(bool timed, int64_t time_ns, uint32_t device, uint64_t
   }
 }
 
+void interval_writer::pending_ring::push_back(const pending &p) {
+  if (count == slots.size()) {
+    std::vector<pending> grown;
+    grown.reserve(std::max<size_t>(1024, 2 * count));
+    for (size_t i = 0; i < count; ++i)
+      grown.push_back(slots[(head + i) % slots.size()]);
+    grown.resize(grown.capacity());
+    slots.swap(grown);
+    head = 0;
+  }
+  slots[(head + count) % slots.size()] = p;
+  ++count;
+}
+
 bool interval_writer::take_earliest(pending *p) {
   if (in_order_.empty() && out_of_order_.empty())
     return false;

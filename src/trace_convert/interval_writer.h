@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <deque>
 #include <queue>
 #include <string>
 #include <string_view>
@@ -80,10 +79,26 @@ private:
   sink_fn sink_;
   bool sink_ok_ = true;
   std::string buf_;
+  // A queue in one growing array, reused in a circle: no allocation per
+  // read once it has grown to the window's size.
+  struct pending_ring {
+    std::vector<pending> slots;
+    size_t head = 0, count = 0;
+    bool empty() const { return count == 0; }
+    size_t size() const { return count; }
+    const pending &front() const { return slots[head]; }
+    const pending &back() const { return slots[(head + count - 1) % slots.size()]; }
+    void pop_front() {
+      head = (head + 1) % slots.size();
+      --count;
+    }
+    void push_back(const pending &p);
+  };
+
   // The window: reads in time order go to the back of `in_order_` in O(1);
   // the others wait in the heap `out_of_order_`.  The earliest of the two
   // fronts leaves first.
-  std::deque<pending> in_order_;
+  pending_ring in_order_;
   std::priority_queue<pending, std::vector<pending>, later> out_of_order_;
   bool take_earliest(pending *p);
   uint64_t seq_ = 0;
