@@ -33,7 +33,7 @@ std::vector<format_preset> make_formats() {
   const char blank = blank_separator;
   return {
       {"blkparse", "blkparse's default text output", trace_family::blkparse, {}, ""},
-      {"csv", "columns chosen with --time, --device, --offset, --size, --op", trace_family::columns, {}, "dev"},
+      {"csv", "columns chosen with --time-col, --offset-col, --size-col, ...", trace_family::columns, {}, "dev"},
       // version,time,op,size,lbn: seconds; SCSI opcode 28 is READ(10).
       {"cloudphysics", "CloudPhysics vscsi CSV (version,time,op,size,lbn)", trace_family::columns,
        layout(',', true, 1, s, {}, 4, sectors, 3, bytes, 2, {"28"}), ""},

@@ -130,21 +130,26 @@ ssize_t input_stream::read(char *buf, size_t n) {
   return static_cast<ssize_t>(take);
 }
 
+int input_stream::compressed_bytes_ready(const char *kind) {
+  if (raw_pos_ < raw_len_)
+    return 1;
+  if (!fill_raw())
+    return -1;
+  if (raw_len_ > 0)
+    return 1;
+  if (frame_open_)
+    return static_cast<int>(fail(std::string("truncated ") + kind + " data"));
+  data_eof_ = true;
+  return 0;
+}
+
 ssize_t input_stream::read_gzip(char *buf, size_t n) {
   auto *z = static_cast<z_stream *>(gzip_);
   z->next_out = reinterpret_cast<Bytef *>(buf);
   z->avail_out = static_cast<uInt>(std::min<size_t>(n, 1u << 30));
   for (;;) {
-    if (raw_pos_ == raw_len_) {
-      if (!fill_raw())
-        return -1;
-      if (raw_len_ == 0) {
-        if (frame_open_)
-          return fail("truncated gzip data");
-        data_eof_ = true;
-        return 0;
-      }
-    }
+    if (int ready = compressed_bytes_ready("gzip"); ready <= 0)
+      return ready;
     if (!frame_open_) {
       // A new member begins (gzip files may be concatenations).
       if (inflateReset(z) != Z_OK)
@@ -169,16 +174,8 @@ ssize_t input_stream::read_zstd(char *buf, size_t n) {
   auto *d = static_cast<ZSTD_DStream *>(zstd_);
   ZSTD_outBuffer out = {buf, n, 0};
   while (out.pos == 0) {
-    if (raw_pos_ == raw_len_) {
-      if (!fill_raw())
-        return -1;
-      if (raw_len_ == 0) {
-        if (frame_open_)
-          return fail("truncated zstd data");
-        data_eof_ = true;
-        return 0;
-      }
-    }
+    if (int ready = compressed_bytes_ready("zstd"); ready <= 0)
+      return ready;
     ZSTD_inBuffer in = {raw_.data() + raw_pos_, raw_len_ - raw_pos_, 0};
     size_t rc = ZSTD_decompressStream(d, &out, &in);
     raw_pos_ += in.pos;

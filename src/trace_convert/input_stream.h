@@ -37,6 +37,10 @@ public:
 
 private:
   bool fill_raw();
+  // Makes sure compressed bytes wait in the raw buffer: 1 when they do, 0
+  // at the end of the data, -1 on a read error or an end inside a gzip
+  // member or zstd frame (`kind` names it in the error).
+  int compressed_bytes_ready(const char *kind);
   ssize_t read_gzip(char *buf, size_t n);
   ssize_t read_zstd(char *buf, size_t n);
   ssize_t fail(const std::string &what);

@@ -86,12 +86,7 @@ TEST_P(bad_input, is_refused_or_counted) {
     EXPECT_TRUE(entry.path().filename() == "out" || entry.path().filename() == "device_map") << entry.path();
 }
 
-INSTANTIATE_TEST_SUITE_P(cases, bad_input, testing::ValuesIn(cases), [](const auto &info) {
-  std::string name;
-  for (const char *p = info.param.name; *p != '\0'; ++p)
-    name += isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(cases, bad_input, testing::ValuesIn(cases), [](const auto &info) { return test_name_of(info.param.name); });
 
 TEST(output_directory, keeps_a_trace_unless_forced) {
   scoped_temp_dir dir;

@@ -2,6 +2,7 @@
 
 #include "trace_convert/convert_run.h"
 
+#include <cctype>
 #include <cstdio>
 #include <getopt.h>
 
@@ -42,4 +43,11 @@ converted convert_in(const scoped_temp_dir &dir, const std::vector<std::string> 
   result.out = read_file(dir.file("outdir/out"));
   result.device_map = read_file(dir.file("outdir/device_map"));
   return result;
+}
+
+std::string test_name_of(const char *text) {
+  std::string name;
+  for (const char *p = text; *p != '\0'; ++p)
+    name += isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
+  return name;
 }

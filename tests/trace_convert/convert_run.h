@@ -18,3 +18,6 @@ struct converted {
 // dir/"outdir" with the command-line options `options`.
 converted convert_in(const scoped_temp_dir &dir, const std::vector<std::string> &options,
                      const std::vector<std::string> &inputs);
+
+// A text as a test name: letters and digits kept, anything else '_'.
+std::string test_name_of(const char *text);

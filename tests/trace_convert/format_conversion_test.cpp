@@ -112,11 +112,6 @@ TEST_P(format_conversion, writes_the_expected_trace) {
   EXPECT_NE(std::string::npos, r.err.find(c.summary_line)) << r.err;
 }
 
-INSTANTIATE_TEST_SUITE_P(cases, format_conversion, testing::ValuesIn(cases), [](const auto &info) {
-  std::string name;
-  for (const char *p = info.param.name; *p != '\0'; ++p)
-    name += isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(cases, format_conversion, testing::ValuesIn(cases), [](const auto &info) { return test_name_of(info.param.name); });
 
 } // namespace

@@ -10,6 +10,7 @@
 
 #include "support/run_binary.h"
 #include "support/temp_dir.h"
+#include "trace_convert/convert_run.h"
 
 namespace {
 
@@ -47,12 +48,7 @@ TEST_P(shared_sample, converts_and_profiles) {
   EXPECT_NE(std::string::npos, report.out.find(std::string("No. Of Reads\t\t: ") + s.reads + "\n")) << report.out;
 }
 
-INSTANTIATE_TEST_SUITE_P(samples, shared_sample, testing::ValuesIn(all_samples), [](const auto &info) {
-  std::string name;
-  for (const char *p = info.param.file; *p != '\0'; ++p)
-    name += isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(samples, shared_sample, testing::ValuesIn(all_samples), [](const auto &info) { return test_name_of(info.param.file); });
 
 // The daemon tests' CloudPhysics slice (intervals 2 and 6 of the sample)
 // is what one command makes of it.
