@@ -1,0 +1,117 @@
+// Each format on small hand-written traces, with the expected out and
+// device_map worked out from the rules: reads only, byte ranges rounded
+// outward to 512-byte sectors, a "0 0 0 0" line for each 600 s boundary of
+// trace time crossed (counted from the earliest line, read or not), device
+// pairs kept from blkparse and assigned (253, 0, 1, ...) otherwise, sizes
+// from the highest sector read.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/temp_dir.h"
+#include "trace_convert/convert_run.h"
+
+namespace {
+
+struct format_case {
+  const char *name;
+  std::vector<std::string> options;
+  const char *file; // the input's name: the single device of a trace without one is named after it
+  const char *input;
+  const char *out;
+  const char *device_map;
+  const char *summary_line; // a line the summary must hold, or ""
+};
+
+const char blkparse_text[] =
+    "  8,0    0        1     0.000000000  100  Q   R 1000 + 8 [fio]\n"
+    "  8,0    0        2     0.000001000  100  D   R 1000 + 8 [fio]\n"
+    "  8,0    0        3     0.000100000    0  C   R 1000 + 8 [0]\n"
+    "  8,16   1        1     1.000000000  100  Q  WS 50 + 16 [fio]\n"
+    "  8,16   1        2   700.500000000  100  Q  RA 64 + 16 [fio]\n"
+    "  8,0    0        4   700.600000000  100  P   N [fio]\n"
+    "  8,0    0        5  1900.000000000  100  Q   R 0 + 0 [fio]\n"
+    "  8,0    0        6  1900.000000000  100  Q  RM 7 + 1 [fio]\n"
+    "\n"
+    "CPU0 (8,0):\n"
+    " Reads Queued:           2,        8KiB\t Writes Queued:           0,        0KiB\n"
+    "Total (8,0):\n";
+
+const format_case cases[] = {
+    // Queued reads at 0 s, 700.5 s and 1900 s: intervals 0, 1 and 3.
+    {"blkparse, queued", {"--no-sysfs"}, "t.blk", blkparse_text,
+     "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 1008\n8:16 8 16 80\n",
+     "lines skipped: 9 (not a read 1, other event 3, not an event line 3, blank 1, zero length 1)"},
+    // The one completed read; the trace still runs to 1900 s.
+    {"blkparse, completed", {"--no-sysfs", "--event", "C"}, "t.blk", blkparse_text,
+     "8 0 1000 8\n0 0 0 0\n0 0 0 0\n0 0 0 0\n", "8:0 8 0 1008\n", "intervals: 4"},
+    {"blkparse, names and sizes",
+     {"--no-sysfs", "--name", "8,16=data", "--size", "8:0=1048576"}, "t.blk", blkparse_text,
+     "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 2048\ndata 8 16 80\n", "devices: 2"},
+    // Named columns; bytes 1000-1099 are sectors 1 and 2; the zero-length
+    // read at 1200.001 s still extends the trace into interval 2.
+    {"csv, named columns",
+     {"-f", "csv", "--header", "--time-col", "ts", "--time-unit", "ms", "--device-col", "disk", "--offset-col", "off",
+      "--size-col", "len", "--op-col", "rw", "--read", "R,r"},
+     "t.csv", "ts,disk,rw,off,len\n0,7,R,1000,100\n500,7,W,0,512\n600000,x9,r,512,512\n1200001,7,R,0,0\n",
+     "253 0 1 2\n0 0 0 0\n253 1 1 1\n0 0 0 0\n", "dev7 253 0 3\nx9 253 1 2\n", "reads kept: 2"},
+    {"csv, numbered columns, sectors, no time",
+     {"-f", "csv", "--separator", ";", "--offset-col", "2", "--offset-unit", "sectors", "--size-col", "1",
+      "--size-unit", "sectors", "--major", "9"},
+     "t.csv", "8;100\n16;0\n", "9 0 100 8\n9 0 0 16\n", "t 9 0 108\n", "time span: none (the trace has no time)"},
+    {"cloudphysics", {}, "cp.csv", "version,time,op,size,lbn\n1,100,2a,4096,50\n1,100,28,4096,10\n1,700,28,1024,20\n",
+     "253 0 10 8\n0 0 0 0\n253 0 20 2\n", "cp 253 0 22\n", "time span: 600.000 s"},
+    // 600 s is 6,000,000,000 ticks of 100 ns; the late write changes nothing.
+    {"msr", {}, "hm.csv",
+     "128166385295514663,hm,0,Read,1024,4096,100\n128166391295514663,hm,1,Read,0,512,100\n"
+     "128166385295514700,hm,0,Write,0,512,5\n",
+     "253 0 2 8\n0 0 0 0\n253 1 0 1\n", "hm_0 253 0 10\nhm_1 253 1 1\n", "devices: 2"},
+    // The second read is earlier than the first: the window sorts them, and
+    // the third is 600.067 s after the earliest.
+    {"systor, sorted in the window", {}, "s.csv",
+     "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
+     "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n",
+     "253 1 0 16\n253 0 8 8\n0 0 0 0\n253 0 0 1\n", "lun1 253 1 16\nlun0 253 0 16\n", "reads kept: 3"},
+    // Without a window the early read is late: it stays in the open
+    // interval, and the trace starts at the first read.
+    {"systor, no window", {"--reorder-window", "0"}, "s.csv",
+     "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
+     "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n",
+     "253 0 8 8\n253 1 0 16\n253 0 0 1\n", "lun0 253 0 16\nlun1 253 1 16\n", "late reads: 1"},
+    // The write at ...199 starts the trace; the last read is 601 s later.
+    {"tencent", {}, "t.csv", "1538323200,8,16,0,1058\n1538323199,0,8,1,1063\n1538323800,4,4,0,1058\n",
+     "253 0 8 16\n0 0 0 0\n253 0 4 4\n", "vol1058 253 0 24\n", "not a read 1"},
+    {"alibaba", {}, "a.csv", "3,R,512,1024,1000000\n3,W,0,512,1000001\n4,R,100,1,601000000\n",
+     "253 0 1 2\n0 0 0 0\n253 1 0 1\n", "dev3 253 0 3\ndev4 253 1 1\n", "time span: 600.000 s"},
+    {"ascii", {}, "w.trace", "1000 2 100 8 1\n2000 2 0 8 0\n600000001000 5 7 1 1\n",
+     "253 0 100 8\n0 0 0 0\n253 1 7 1\n", "dev2 253 0 108\ndev5 253 1 8\n", "intervals: 2"},
+    {"ascii, time scaled", {"--time-scale", "1000"}, "w.trace", "0 1 0 8 1\n700000000 1 8 8 1\n",
+     "253 0 0 8\n0 0 0 0\n253 0 8 8\n", "dev1 253 0 16\n", "(700.000 s scaled)"},
+    {"arc, reads per interval", {"--reads-per-interval", "2"}, "a.lis", "10 8 0 0\n20 8 0 1\n30 8 0 2\n",
+     "253 0 10 8\n253 0 20 8\n0 0 0 0\n253 0 30 8\n", "a 253 0 38\n", "intervals: 2 (2 reads each)"},
+    // Intervals 1 and 3 only, in a trace of 0..3: 2 becomes nothing.
+    {"kept intervals", {"--intervals", "1,3"}, "w.trace",
+     "0 1 0 8 1\n600000000000 1 8 8 1\n1200000000000 1 16 8 1\n1800000000000 1 24 8 1\n",
+     "253 0 8 8\n0 0 0 0\n253 0 24 8\n", "dev1 253 0 32\n", "outside --intervals 2"},
+};
+
+void PrintTo(const format_case &c, std::ostream *os) { *os << c.name; }
+
+class format_conversion : public testing::TestWithParam<format_case> {};
+
+TEST_P(format_conversion, writes_the_expected_trace) {
+  const format_case &c = GetParam();
+  scoped_temp_dir dir;
+  dir.write(c.file, c.input);
+  converted r = convert_in(dir, c.options, {c.file});
+  ASSERT_EQ(0, r.status) << r.err;
+  EXPECT_EQ(c.out, r.out);
+  EXPECT_EQ(c.device_map, r.device_map);
+  EXPECT_NE(std::string::npos, r.err.find(c.summary_line)) << r.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(cases, format_conversion, testing::ValuesIn(cases), [](const auto &info) { return test_name_of(info.param.name); });
+
+} // namespace
