@@ -10,6 +10,7 @@
 
 #include "common/xmalloc.h"
 #include "profiler/device_table.h"
+#include "profiler/latency_forecast.h"
 #include "profiler/lru_replay.h"
 #include "profiler/run_state.h"
 #include "profiler/sample_report.h"
@@ -214,40 +215,24 @@ void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx) 
 }
 
 void get_latency_gain(void) {
-  if (num_of_reads == 0)
+  latency_forecast f;
+  if (!vol_latency_forecast(num_of_reads, read_hit, cache_lat, disk_lat, &f))
     return;
-  const float n = (float)num_of_reads;
-  const float h = (float)read_hit;
-  const float m = (float)(num_of_reads - read_hit);
-  const float c = cache_lat;
-  const float d = disk_lat;
-  const float t_disk = n * d;  // every read from the data device
-  const float t_miss = m * d;
-  const float t_hit = h * c;
-  const float t = t_hit + t_miss;
-
-  if (c == d) {
-    printf("Average Latency gain\t: %.2f ms\n", (t_disk - t) / n);
+  printf("Average Latency gain\t: %.2f ms\n", f.avg_gain_ms);
+  if (cache_lat == disk_lat) {
     printf("Latency (%%)\t\t: %.2f %% Gain\n", 0.0);
     fputs("Forecast\t\t: Performance remains same\n", stdout);
     return;
   }
-  float g;
-  if (t_disk > t)
-    g = (t_disk - t) * 100.0f / t_disk;
-  else
-    g = -((t - t_disk) * 100.0f / t_disk);
-  printf("Average Latency gain\t: %.2f ms\n", (t_disk - t) / n);
-  // A loss keeps its minus sign; minus zero counts as no change.
-  if (g < 0.0f) {
-    printf("Latency (%%)\t\t: %.2f %% Loss\n", g);
-    printf("Forecast\t\t: %.2fx times slower reads\n", t / t_disk);
+  if (f.verdict == latency_verdict::slower) {
+    printf("Latency (%%)\t\t: %.2f %% Loss\n", f.percent);
+    printf("Forecast\t\t: %.2fx times slower reads\n", f.factor);
     return;
   }
-  printf("Latency (%%)\t\t: %.2f %% Gain\n", g);
-  if (g > 0.0f)
-    printf("Forecast\t\t: %.2fx times faster reads\n", t_disk / t);
-  else if (g == 0.0f)
+  printf("Latency (%%)\t\t: %.2f %% Gain\n", f.percent);
+  if (f.verdict == latency_verdict::faster)
+    printf("Forecast\t\t: %.2fx times faster reads\n", f.factor);
+  else if (f.verdict == latency_verdict::same)
     fputs("Forecast\t\t: Performance remains same\n", stdout);
 }
 
