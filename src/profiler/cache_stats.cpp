@@ -10,6 +10,7 @@
 
 #include "common/xmalloc.h"
 #include "profiler/device_table.h"
+#include "profiler/latency_forecast.h"
 #include "profiler/lru_replay.h"
 #include "profiler/run_state.h"
 #include "profiler/sample_report.h"
@@ -17,17 +18,9 @@
 
 namespace {
 
-constexpr int SEARCH_LAST_MULTIPLIER = 15;
-constexpr float SEARCH_MIN_GAIN = 1.0f;      // points of hit ratio a step must add
-constexpr float PREDICTABLE_HIT_RATIO = 25.0f;
 // Rows of the fixed-fraction table announced ahead: each row but the last
 // gains more than a point of a ratio of at most 100 %, so no table has more.
 constexpr uint64_t TABLE_MAX_ROWS = 102;
-
-// Regions of 64 KiB to GB: float first, then double, narrowed at the end.
-float regions_to_gb(uint64_t regions) {
-  return (float)(0.0009765625 * ((double)(float)regions * 64.0 * 0.0009765625));
-}
 
 // Float to unsigned 64-bit, truncating toward zero; a product beyond the
 // range saturates rather than being undefined.
@@ -100,7 +93,7 @@ void print_volume_breakup(int multiplier) {
     sort_device_records(n);
   for (int32_t i = 0; i < n; i++) {
     const vwload_ent *rec = vmaxwload_list[i];
-    const float share = regions_to_gb(rec->count) * 3.0f * (float)multiplier;
+    const float share = vol_regions_to_gb(rec->count) * 3.0f * (float)multiplier;
     printf("%s\t%8.2f GB\n", rec->name, share);
   }
   fputs("\n", stdout);
@@ -120,7 +113,7 @@ void vol_calc_statistics(const char *path, float *size, iostat_ctx *ctx) {
   cold_ent.head = nullptr;
   cold_ent.ncold = 0;
   vol_apply_lru(path, ctx);
-  *size = regions_to_gb(casize);
+  *size = vol_regions_to_gb(casize);
   if (read_hit == 0) {
     rhs = 0;
   } else {
@@ -128,6 +121,10 @@ void vol_calc_statistics(const char *path, float *size, iostat_ctx *ctx) {
     rhs = (float)(((double)(float)read_hit * 100.0) / (double)(float)reads);
   }
   rms = 100.0f - rhs;
+}
+
+float vol_regions_to_gb(uint64_t regions) {
+  return (float)(0.0009765625 * ((double)(float)regions * 64.0 * 0.0009765625));
 }
 
 std::vector<replay_request> vol_search_plan(uint64_t predicted) {
@@ -156,7 +153,7 @@ void vol_lru_cache_storage(const char *path, iostat_ctx *ctx) {
   for (uint64_t row = 1; row <= TABLE_MAX_ROWS; row++)
     rows.push_back({step * row, w_flag != 0});
   vol_plan_replays(rows);
-  printf("Total storage size\t: %.2f GB\n\n", regions_to_gb(storage));
+  printf("Total storage size\t: %.2f GB\n\n", vol_regions_to_gb(storage));
   fputs("|---------------------------------------------------------------|\n", stdout);
   fputs("|\t\t\t\t\t\t\t\t|\n", stdout);
   printf("| %% of storage\t  Cache size\tRead Hit(%%)\tRead Hits\t|\n");
@@ -229,40 +226,24 @@ void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx) 
 }
 
 void get_latency_gain(void) {
-  if (num_of_reads == 0)
+  latency_forecast f;
+  if (!vol_latency_forecast(num_of_reads, read_hit, cache_lat, disk_lat, &f))
     return;
-  const float n = (float)num_of_reads;
-  const float h = (float)read_hit;
-  const float m = (float)(num_of_reads - read_hit);
-  const float c = cache_lat;
-  const float d = disk_lat;
-  const float t_disk = n * d;  // every read from the data device
-  const float t_miss = m * d;
-  const float t_hit = h * c;
-  const float t = t_hit + t_miss;
-
-  if (c == d) {
-    printf("Average Latency gain\t: %.2f ms\n", (t_disk - t) / n);
+  printf("Average Latency gain\t: %.2f ms\n", f.avg_gain_ms);
+  if (cache_lat == disk_lat) {
     printf("Latency (%%)\t\t: %.2f %% Gain\n", 0.0);
     fputs("Forecast\t\t: Performance remains same\n", stdout);
     return;
   }
-  float g;
-  if (t_disk > t)
-    g = (t_disk - t) * 100.0f / t_disk;
-  else
-    g = -((t - t_disk) * 100.0f / t_disk);
-  printf("Average Latency gain\t: %.2f ms\n", (t_disk - t) / n);
-  // A loss keeps its minus sign; minus zero counts as no change.
-  if (g < 0.0f) {
-    printf("Latency (%%)\t\t: %.2f %% Loss\n", g);
-    printf("Forecast\t\t: %.2fx times slower reads\n", t / t_disk);
+  if (f.verdict == latency_verdict::slower) {
+    printf("Latency (%%)\t\t: %.2f %% Loss\n", f.percent);
+    printf("Forecast\t\t: %.2fx times slower reads\n", f.factor);
     return;
   }
-  printf("Latency (%%)\t\t: %.2f %% Gain\n", g);
-  if (g > 0.0f)
-    printf("Forecast\t\t: %.2fx times faster reads\n", t_disk / t);
-  else if (g == 0.0f)
+  printf("Latency (%%)\t\t: %.2f %% Gain\n", f.percent);
+  if (f.verdict == latency_verdict::faster)
+    printf("Forecast\t\t: %.2fx times faster reads\n", f.factor);
+  else if (f.verdict == latency_verdict::same)
     fputs("Forecast\t\t: Performance remains same\n", stdout);
 }
 

@@ -37,6 +37,18 @@ void vol_lru_cache_storage(const char *path, iostat_ctx *ctx);
 // devices' vmaxwload_list records on the way (creating missing ones).
 void vol_iter_cache_size(const char *path, uint64_t predicted, iostat_ctx *ctx);
 
+// The search for the recommended size replays 1, 2, ... SEARCH_LAST_MULTIPLIER
+// times the predicted size until a step adds less than SEARCH_MIN_GAIN
+// points of hit ratio; under PREDICTABLE_HIT_RATIO at the end, nothing is
+// recommended.
+constexpr int SEARCH_LAST_MULTIPLIER = 15;
+constexpr float SEARCH_MIN_GAIN = 1.0f;
+constexpr float PREDICTABLE_HIT_RATIO = 25.0f;
+
+// Regions of 64 KiB to GB as the report prints them: float first, then
+// double, narrowed at the end.
+float vol_regions_to_gb(uint64_t regions);
+
 // The replays the search at `predicted` may run, in order (at the current
 // w_flag), for announcing them ahead with vol_plan_replays.
 std::vector<replay_request> vol_search_plan(uint64_t predicted);

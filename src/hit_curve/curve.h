@@ -1,0 +1,33 @@
+#pragma once
+// The hit-ratio curve of a trace: for each cache size, what the profiler's
+// replay gives (hits, misses, hit ratio, latency forecast), and which size
+// the profiler's search would recommend.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "profiler/latency_forecast.h"
+
+struct curve_point {
+  uint64_t regions = 0;     // cache size in 64 KiB regions
+  float gb = 0.0f;          // the same size in GB, converted as the report does
+  uint64_t hits = 0;
+  uint64_t misses = 0;
+  float hit_ratio = 0.0f;   // percent, computed as the report does
+  bool searched = false;    // a size the profiler's search replays
+  bool recommended = false; // the size the profiler recommends
+  bool has_forecast = false;
+  latency_forecast forecast{};
+};
+
+struct curve {
+  std::string trace_dir;
+  float duration_hours = 0.0f;
+  uint64_t reads = 0;          // reads in the trace
+  uint64_t predicted = 0;      // the profiler's first guess, in regions (0: none)
+  uint64_t storage = 0;        // total storage from the device map, in regions
+  bool admit_all = false;      // replays admit every region (no size could be predicted)
+  bool has_recommendation = false;
+  std::vector<curve_point> points; // ascending by size, each size once
+};

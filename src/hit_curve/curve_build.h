@@ -1,0 +1,32 @@
+#pragma once
+// Building a trace's hit-ratio curve with the profiler's engine: the trace
+// input, the device map, the profiler's own search for the recommended size,
+// then one replay per size of the curve.
+
+#include <string>
+#include <vector>
+
+#include "hit_curve/curve.h"
+
+struct curve_request {
+  std::string trace_dir;           // holds "out" and, optionally, "device_map"
+  std::vector<uint64_t> sizes;     // regions; empty: the default sizes
+  unsigned points = 33;            // default sizes: points in the even spread
+  bool forecast = false;           // compute the latency forecast per point
+  float cache_lat = 0.0f;          // ms, with forecast
+  float disk_lat = 0.0f;           // ms, with forecast
+};
+
+// The default sizes: every size the search replayed, plus `points` sizes
+// spread evenly on a logarithmic scale from 1/16 of the predicted size to the storage size (or to
+// the largest searched size when the storage is unknown).  When no size can
+// be recommended, the fixed-fraction table's sizes (10 %, 20 %, ... 100 % of
+// the storage) take the search's place.
+std::vector<uint64_t> curve_default_sizes(uint64_t predicted, uint64_t storage,
+                                          const std::vector<uint64_t> &searched,
+                                          bool recommended, unsigned points);
+
+// Runs once per process: the profiler's run state is filled by it.  Returns
+// false with a message in *why when the trace cannot be opened or there is
+// no size to replay.
+bool curve_build(const curve_request &request, curve *out, std::string *why);

@@ -1,0 +1,27 @@
+#pragma once
+// The curve's access to the profiler's replay engine: the same replay,
+// admission and ageing as the report's, at any list of sizes, announced
+// ahead so that they run at once on every processor the process may use.
+// The trace must have been read by the trace input first (its interval
+// workloads give the admission thresholds).
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+struct curve_replay_result {
+  uint64_t regions = 0;
+  float gb = 0.0f;        // the report's conversion of regions
+  uint64_t hits = 0;
+  uint64_t misses = 0;
+  float hit_ratio = 0.0f; // the report's hit percentage
+};
+
+// Replays the trace at `out_path` once per size, in order, admitting every
+// region when admit_all (as the profiler does once no size can be
+// predicted), else by the interval thresholds.  After each result `go_on`
+// (when given) says whether the rest are wanted; replays run ahead for
+// sizes not wanted are thrown away.  Results in the order of `sizes`.
+std::vector<curve_replay_result> curve_replay(
+    const char *out_path, const std::vector<uint64_t> &sizes, bool admit_all,
+    const std::function<bool(const curve_replay_result &)> &go_on = {});

@@ -1,0 +1,166 @@
+// zrcurve: the hit-ratio curve of a trace directory, replayed with the
+// profiler's own engine, as a table, CSV, JSON or an SVG plot.
+
+#include <getopt.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "common/tool_cli.h"
+#include "hit_curve/curve_build.h"
+#include "hit_curve/curve_sizes.h"
+#include "hit_curve/curve_svg.h"
+#include "hit_curve/curve_write.h"
+
+namespace {
+
+const char *const USAGE =
+    "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]]\n"
+    "               [--csv FILE] [--json FILE] [--svg FILE] [-s MS] [-d MS]\n"
+    "Replays the profiler trace in DIR (DIR/out, DIR/device_map) for a series of\n"
+    "cache sizes and prints the read-hit ratio of each, marking the size that\n"
+    "'zriostatd -p' recommends.\n"
+    "\n"
+    "  -i, --input DIR     the trace directory\n"
+    "      --sizes LIST    comma-separated sizes in GB, or in 64 KiB regions with\n"
+    "                      the suffix r (0.5,1,2,65536r)\n"
+    "      --from GB       smallest size of an even spread (with --to)\n"
+    "      --to GB         largest size of an even spread (with --from)\n"
+    "      --points N      sizes in the spread (default 33)\n"
+    "      --csv FILE      write the curve as CSV ('-': standard output)\n"
+    "      --json FILE     write the curve as JSON ('-': standard output)\n"
+    "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
+    "  -s, --cache-latency MS  caching-device latency, for the latency forecast\n"
+    "  -d, --disk-latency MS   data-device latency, for the latency forecast\n"
+    "  -h, --help          show this help\n"
+    "  -V, --version       show the version\n"
+    "Without --sizes or --from/--to the curve covers the sizes the profiler's\n"
+    "search replays and an even spread from 1/16 of its predicted size to the\n"
+    "storage size.  The table goes to standard output unless a file option\n"
+    "writes there.\n";
+
+struct options {
+  curve_request request;
+  double from_gb = 0, to_gb = 0;
+  bool from_given = false, to_given = false, sizes_given = false, points_given = false;
+  std::string csv, json, svg;
+};
+
+[[noreturn]] void usage_error(const std::string &why) {
+  fprintf(stderr, "zrcurve: %s\nTry 'zrcurve --help'.\n", why.c_str());
+  exit(TOOL_EXIT_USAGE);
+}
+
+template <typename T> T number(const char *option, const char *text) {
+  T value{};
+  const char *end = text + strlen(text);
+  auto [p, ec] = std::from_chars(text, end, value);
+  if (ec != std::errc() || p != end || p == text)
+    usage_error(std::string("bad number for ") + option + ": '" + text + "'");
+  return value;
+}
+
+options parse(int argc, char **argv) {
+  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG };
+  static const option longs[] = {
+      {"input", required_argument, nullptr, 'i'},      {"sizes", required_argument, nullptr, OPT_SIZES},
+      {"from", required_argument, nullptr, OPT_FROM},  {"to", required_argument, nullptr, OPT_TO},
+      {"points", required_argument, nullptr, OPT_POINTS}, {"csv", required_argument, nullptr, OPT_CSV},
+      {"json", required_argument, nullptr, OPT_JSON},  {"svg", required_argument, nullptr, OPT_SVG},
+      {"cache-latency", required_argument, nullptr, 's'}, {"disk-latency", required_argument, nullptr, 'd'},
+      {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
+      {nullptr, 0, nullptr, 0}};
+  options o;
+  int opt;
+  while ((opt = getopt_long(argc, argv, "i:s:d:hV", longs, nullptr)) != -1) {
+    switch (opt) {
+    case 'i': o.request.trace_dir = optarg; break;
+    case 's': o.request.cache_lat = number<float>("-s", optarg); o.request.forecast = true; break;
+    case 'd': o.request.disk_lat = number<float>("-d", optarg); o.request.forecast = true; break;
+    case OPT_SIZES: {
+      std::string why;
+      if (!curve_parse_sizes(optarg, &o.request.sizes, &why))
+        usage_error(why);
+      o.sizes_given = true;
+      break;
+    }
+    case OPT_FROM: o.from_gb = number<double>("--from", optarg); o.from_given = true; break;
+    case OPT_TO: o.to_gb = number<double>("--to", optarg); o.to_given = true; break;
+    case OPT_POINTS: o.request.points = number<unsigned>("--points", optarg); o.points_given = true; break;
+    case OPT_CSV: o.csv = optarg; break;
+    case OPT_JSON: o.json = optarg; break;
+    case OPT_SVG: o.svg = optarg; break;
+    case 'h': fputs(USAGE, stdout); exit(TOOL_EXIT_OK);
+    case 'V': tool_print_version("zrcurve"); exit(TOOL_EXIT_OK);
+    default: fputs("Try 'zrcurve --help'.\n", stderr); exit(TOOL_EXIT_USAGE);
+    }
+  }
+  if (optind < argc)
+    usage_error(std::string("unexpected argument '") + argv[optind] + "'");
+  if (o.request.trace_dir.empty())
+    usage_error("no trace directory: give -i DIR");
+  if (o.from_given != o.to_given)
+    usage_error("--from and --to go together");
+  if (o.sizes_given && o.from_given)
+    usage_error("--sizes and --from/--to exclude each other");
+  if (o.request.points == 0 || o.request.points > 10000)
+    usage_error("--points must be from 1 to 10000");
+  if (o.from_given) {
+    uint64_t from = 0, to = 0;
+    if (!curve_gb_to_regions(o.from_gb, &from) || !curve_gb_to_regions(o.to_gb, &to) || from > to)
+      usage_error("--from and --to must be sizes above 0 of at most 2^40 regions, --from not above --to");
+    o.request.sizes = curve_spread(from, to, o.request.points);
+  }
+  int to_stdout = (o.csv == "-") + (o.json == "-") + (o.svg == "-");
+  if (to_stdout > 1)
+    usage_error("only one output can go to standard output");
+  return o;
+}
+
+// Writes `text` to `path` ('-': standard output).  False, with a message,
+// when the file cannot be written.
+bool write_output(const std::string &path, const std::string &text) {
+  FILE *f = path == "-" ? stdout : fopen(path.c_str(), "w");
+  bool ok = f != nullptr && fwrite(text.data(), 1, text.size(), f) == text.size();
+  if (f != nullptr && f != stdout)
+    ok = (fclose(f) == 0) && ok;
+  if (!ok)
+    fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(errno));
+  return ok;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  const options o = parse(argc, argv);
+  if (tool_progress_wanted())
+    fprintf(stderr, "zrcurve: reading %s/out and replaying...\n", o.request.trace_dir.c_str());
+  curve c;
+  std::string why;
+  if (!curve_build(o.request, &c, &why)) {
+    fprintf(stderr, "zrcurve: %s\n", why.c_str());
+    return TOOL_EXIT_BAD_INPUT;
+  }
+  bool ok = true;
+  if (!o.csv.empty()) {
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *mem = open_memstream(&text, &size);
+    curve_write_csv(mem, c);
+    fclose(mem);
+    ok = write_output(o.csv, std::string(text, size)) && ok;
+    free(text);
+  }
+  if (!o.json.empty())
+    ok = write_output(o.json, curve_json(c)) && ok;
+  if (!o.svg.empty())
+    ok = write_output(o.svg, curve_svg(c)) && ok;
+  if (o.csv != "-" && o.json != "-" && o.svg != "-")
+    curve_write_text(stdout, c);
+  if (fflush(stdout) != 0)
+    ok = false;
+  return ok ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT;
+}

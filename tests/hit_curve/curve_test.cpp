@@ -1,0 +1,160 @@
+// The hit-ratio curve: its sizes, and the built zrcurve against the built
+// zriostatd on the bundled examples (the figures at the recommended size and
+// at the fixed fractions of the storage must be the report's own).
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "hit_curve/curve_sizes.h"
+#include "support/run_binary.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+const std::string EXAMPLES = ZRIOSTAT_SOURCE_DIR "/examples/";
+
+std::string two_decimals(double v) {
+  char buf[64];
+  snprintf(buf, sizeof(buf), "%.2f", v);
+  return buf;
+}
+
+// The value after "<label>\t...: " in a report line that starts with label.
+std::string report_value(const std::string &report, const std::string &label) {
+  const size_t at = report.find("\n" + label);
+  if (at == std::string::npos)
+    return "";
+  const size_t colon = report.find(": ", at);
+  return report.substr(colon + 2, report.find('\n', colon) - colon - 2);
+}
+
+nlohmann::json curve_json(const std::vector<std::string> &args) {
+  run_result r = run_program(ZRCURVE_BIN, args);
+  EXPECT_EQ(0, r.exit_status) << r.err;
+  return nlohmann::json::parse(r.out);
+}
+
+TEST(CurveSizes, ListsAndSpreads) {
+  struct {
+    const char *text;
+    std::vector<uint64_t> regions; // empty: refused
+  } cases[] = {
+      {"1", {16384}},          {"0.5,65536r", {8192, 65536}}, {"1099511627776r", {uint64_t{1} << 40}},
+      {"0", {}},               {"-1", {}},                    {"1099511627777r", {}},
+      {"1,,2", {}},            {"", {}},                      {"abc", {}},
+      {"0r", {}},              {"1e300", {}},                 {"0.00001", {}},
+  };
+  for (const auto &c : cases) {
+    std::vector<uint64_t> got;
+    std::string why;
+    const bool ok = curve_parse_sizes(c.text, &got, &why);
+    EXPECT_EQ(!c.regions.empty(), ok) << c.text;
+    if (ok)
+      EXPECT_EQ(c.regions, got) << c.text;
+    else
+      EXPECT_FALSE(why.empty()) << c.text;
+  }
+  for (auto spread : {curve_spread, curve_spread_log}) {
+    const std::vector<uint64_t> s = spread(51, 3932160, 33);
+    ASSERT_EQ(33u, s.size());
+    EXPECT_EQ(51u, s.front());
+    EXPECT_EQ(3932160u, s.back());
+    EXPECT_TRUE(std::is_sorted(s.begin(), s.end()));
+    EXPECT_EQ(std::vector<uint64_t>({1, 2, 3}), spread(1, 3, 10)); // duplicates go
+  }
+}
+
+// The point the curve recommends is the report's optimal size, with its
+// hits and hit ratio.
+TEST(CurveRun, RecommendedPointIsTheReportsOptimum) {
+  const std::string dir = EXAMPLES + "oltp";
+  run_result report = run_zriostatd({"-p", "-i", dir, "-s", "0.1", "-d", "5"});
+  ASSERT_EQ(0, report.exit_status);
+  nlohmann::json c = curve_json({"-i", dir, "-s", "0.1", "-d", "5", "--json", "-"});
+  ASSERT_TRUE(c["recommended"].is_object());
+  const nlohmann::json &rec = c["recommended"];
+  EXPECT_EQ(report_value(report.out, "Cache Size"), two_decimals(rec["gb"]) + " GB");
+  EXPECT_EQ(report_value(report.out, "Read Hits"), std::to_string(rec["hits"].get<uint64_t>()) + " ");
+  EXPECT_EQ(report_value(report.out, "Read Hit(%)"), two_decimals(rec["hit_ratio"]) + " %");
+  EXPECT_EQ("threshold", c["admission"]);
+  int searched = 0;
+  for (const auto &p : c["points"])
+    searched += p["searched"].get<bool>() ? 1 : 0;
+  EXPECT_GE(searched, 2); // the recommended multiplier and the one past it
+}
+
+// Without a recommendation every region is admitted, as in the report's
+// fixed-fraction table, whose rows the curve's points at those sizes match.
+TEST(CurveRun, FixedFractionRowsAreCurvePoints) {
+  const std::string dir = EXAMPLES + "scan";
+  run_result report = run_zriostatd({"-p", "-i", dir});
+  ASSERT_EQ(0, report.exit_status);
+  nlohmann::json c = curve_json({"-i", dir, "--json", "-"});
+  EXPECT_EQ("all", c["admission"]);
+  EXPECT_TRUE(c["recommended"].is_null());
+  int rows = 0;
+  for (size_t at = report.out.find("\n|"); at != std::string::npos; at = report.out.find("\n|", at + 1)) {
+    unsigned percent = 0;
+    float gb = 0, ratio = 0;
+    unsigned long long hits = 0;
+    if (sscanf(report.out.c_str() + at + 2, "%u %f GB %f %llu", &percent, &gb, &ratio, &hits) != 4 || percent > 100)
+      continue;
+    rows++;
+    const uint64_t regions = c["storage_regions"].get<uint64_t>() / 10 * percent / 10;
+    bool found = false;
+    for (const auto &p : c["points"]) {
+      if (p["regions"] != regions)
+        continue;
+      found = true;
+      EXPECT_EQ(hits, p["hits"].get<uint64_t>()) << percent << " %";
+      EXPECT_EQ(two_decimals(ratio), two_decimals(p["hit_ratio"])) << percent << " %";
+    }
+    EXPECT_TRUE(found) << percent << " %";
+  }
+  EXPECT_EQ(10, rows);
+}
+
+TEST(CurveRun, OutputsParse) {
+  scoped_temp_dir tmp;
+  run_result r = run_program(ZRCURVE_BIN, {"-i", EXAMPLES + "oltp", "--svg", tmp.file("c.svg"), "--csv",
+                                           tmp.file("c.csv"), "--sizes", "0.1,0.25,1"});
+  ASSERT_EQ(0, r.exit_status) << r.err;
+  run_result lint = run_program("/usr/bin/xmllint", {"--noout", tmp.file("c.svg")});
+  EXPECT_EQ(0, lint.exit_status) << lint.err;
+  EXPECT_NE(std::string::npos, read_file(tmp.file("c.svg")).find("recommended: 0.25 GB"));
+  const std::string csv = read_file(tmp.file("c.csv"));
+  EXPECT_EQ(0u, csv.find("regions,gb,hits,misses,hit_ratio,searched,recommended\n"));
+  // The three sizes asked for and the recommended one (0.25 GB is 4096
+  // regions, the recommendation 4140).
+  EXPECT_EQ(5, std::count(csv.begin(), csv.end(), '\n'));
+}
+
+TEST(CurveRun, BadInputAndUsage) {
+  struct {
+    std::vector<std::string> args;
+    int status;
+    const char *says;
+  } cases[] = {
+      {{"-i", "/nonexistent"}, 1, "cannot open /nonexistent/out"},
+      {{}, 2, "no trace directory"},
+      {{"-i", EXAMPLES + "oltp", "--sizes", "0"}, 2, "bad size"},
+      {{"-i", EXAMPLES + "oltp", "--sizes", "-2"}, 2, "bad size"},
+      {{"-i", EXAMPLES + "oltp", "--sizes", "1099511627777r"}, 2, "bad size"},
+      {{"-i", EXAMPLES + "oltp", "--from", "1"}, 2, "go together"},
+      {{"-i", EXAMPLES + "oltp", "--from", "2", "--to", "1"}, 2, "--from not above --to"},
+      {{"-i", EXAMPLES + "oltp", "--json", "-", "--csv", "-"}, 2, "only one output"},
+      {{"-i", EXAMPLES + "oltp", "--bogus"}, 2, "Try 'zrcurve --help'"},
+      {{"-i", EXAMPLES + "oltp", "--sizes", "1", "--svg", "/nonexistent/x.svg"}, 1, "cannot write"},
+  };
+  for (const auto &c : cases) {
+    run_result r = run_program(ZRCURVE_BIN, c.args);
+    EXPECT_EQ(c.status, r.exit_status) << c.says;
+    EXPECT_NE(std::string::npos, r.err.find(c.says)) << r.err;
+  }
+}
+
+} // namespace
