@@ -291,9 +291,15 @@ uint64_t vol_calc_maxwload_size(void) {
 
 namespace {
 
-// Everything a pass over the trace has made: the devices it met, the
-// workloads, the per-volume loads, the read count and the region table.
-void forget_trace_input(iostat_ctx *ctx) {
+// The single pass that also records the compact form.  False when the
+// standard containers behind the form ran out of memory (they report it by
+// throwing, which is caught here and nowhere deeper): the pass is then
+// unfinished and its state must be forgotten.
+bool count_and_record(FILE *trace, iostat_ctx *ctx);
+
+} // namespace
+
+void vol_forget_trace_input(void) {
   for (volid_ent *&chain : volid_list) {
     while (chain != nullptr) {
       volid_ent *next = chain->next;
@@ -319,18 +325,7 @@ void forget_trace_input(iostat_ctx *ctx) {
     vwload_last[u] = nullptr;
   }
   num_of_reads = 0;
-  vol_stathash_reset(&ctx->store);
-  vol_clear_workload(&ctx->wrkload);
-  memset(ctx, 0, sizeof(*ctx));
 }
-
-// The single pass that also records the compact form.  False when the
-// standard containers behind the form ran out of memory (they report it by
-// throwing, which is caught here and nowhere deeper): the pass is then
-// unfinished and its state must be forgotten.
-bool count_and_record(FILE *trace, iostat_ctx *ctx);
-
-} // namespace
 
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   memset(ctx, 0, sizeof(*ctx));
@@ -341,7 +336,10 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
     // path runs, from the first line; that path meets each failed
     // allocation by reporting it and going on without the region.
     vol_drop_replay_trace();
-    forget_trace_input(ctx);
+    vol_forget_trace_input();
+    vol_stathash_reset(&ctx->store);
+    vol_clear_workload(&ctx->wrkload);
+    memset(ctx, 0, sizeof(*ctx));
     vol_use_literal_replay(true);
     clearerr(trace);
     rewind(trace);

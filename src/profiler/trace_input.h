@@ -40,6 +40,9 @@ bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first,
 // Reads the whole trace into ctx (cleared first), interval by interval,
 // keeping each interval's workload; sets duration and casize.
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx);
+// Forgets what reading a trace has made: the devices met, the interval
+// workloads, the per-volume loads and the read count.
+void vol_forget_trace_input(void);
 // Reads one interval into the store.  Returns 0 when a line of four zeros
 // ended it, -1 at end of file.
 int vol_read_btfile(FILE *trace, stathash *store);
