@@ -4,7 +4,7 @@
 # The inputs are made in a temporary directory and removed afterwards.
 # Usage: bench/convert_trace.sh [path/to/zrtrace] [size in MB, default 1024]
 set -euo pipefail
-zrtrace="${1:-build/src/trace_convert/zrtrace}"
+zrtrace="${1:-build/zrtrace}"
 mb="${2:-1024}"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
