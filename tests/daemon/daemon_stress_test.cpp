@@ -22,8 +22,7 @@ namespace {
 // is already sampling for the next, as close together as they can ever be.
 // Built with ThreadSanitizer, any race it sees lands in the daemon's log (its
 // standard error) and turns the exit status into 66.  In every build each
-// record must be whole and hold its own cycle's sample only.  Slow: about
-// ten seconds.
+// record must be whole and hold its own cycle's sample only.
 TEST(DaemonStress, HundredsOfBackToBackCyclesLeaveOnlyWholeRecords) {
   const uint64_t cycles = 400;
   std::string s = "info 1 65536\n" + GUID_AND_VOLUME7 +
