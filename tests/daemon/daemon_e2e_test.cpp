@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
-#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -15,16 +14,6 @@
 #include "support/stats_file.h"
 
 namespace {
-
-const std::string HEAD = "guid 01234567-89ab-cdef-0011-223344556677\n"
-                         "volume 7 11111111-2222-3333-4444-555555555555\n";
-
-const std::string STARTED =
-    "ZrVM zriostatd INFO Q-5-1-18535 startup_daemon: zriostatd started with pid:";
-const std::string EPERM_UPDATE =
-    "ERROR Q-5-1-18531 VOL_IOSTAT_UPDATE failed with Operation not permitted";
-
-std::vector<file_record> records_of(const daemon_run &run) { return read_stats_file(run.stats); }
 
 // Details [from, from + n), sorted: the sort leaves the order of equal
 // counts open, so a group of equal counts is compared as a set.
@@ -45,22 +34,11 @@ std::vector<stats_detail> expand(const std::vector<region_run> &runs) {
   return out;
 }
 
-// (wl_count, threshold, no_workload) of each update the driver received.
-using update = std::tuple<uint64_t, uint64_t, uint64_t>;
-std::vector<update> updates(const daemon_run &run) {
-  std::vector<update> out;
-  for (const driver_request &u : run.named("update")) {
-    EXPECT_EQ(0u, u.num("reserved"));
-    out.emplace_back(u.num("wl_count"), u.num("threshold"), u.num("no_workload"));
-  }
-  return out;
-}
-
 // Four cycles of two samples each.  Volumes 7 and 263 share map bucket 7;
 // 70000 is stored as its low 16 bits, 4464.  The info reply offers 64 bytes
 // of pages and says 1 volume, so that pages and map must grow every cycle.
 std::string four_cycle_scenario() {
-  std::string s = "info 0xabcd0123 64 1\n" + HEAD +
+  std::string s = "info 0xabcd0123 64 1\n" + GUID_AND_VOLUME7 +
                   "volume 300 aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee\n"
                   "volume 263 0a0b0c0d-0e0f-1011-1213-141516171819\n"
                   "volume 70000 deadbeef-cafe-f00d-0102-030405060708\n"
@@ -90,7 +68,7 @@ std::string four_cycle_scenario() {
 // max 3 at 29; all 180 from 20 on tie, wl_count = 21 + 180 = 201, one more
 // than the regions: the last detail record has no region behind it.
 // Cycle 3: 99 regions, nothing selected, threshold kept.
-const std::vector<update> FOUR_CYCLE_UPDATES = {{21, 6, 0}, {201, 4, 0}, {0, 4, 1}, {21, 6, 0}};
+const std::vector<driver_update> FOUR_CYCLE_UPDATES = {{21, 6, 0}, {201, 4, 0}, {0, 4, 1}, {21, 6, 0}};
 
 class CycleRecords : public ::testing::TestWithParam<std::string> {};
 
@@ -107,8 +85,7 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
 
   EXPECT_EQ(0, run.launcher_status);
   ASSERT_EQ(1, run.status); // EPERM
-  EXPECT_EQ((std::vector<std::string>{STARTED + std::to_string(run.pid),
-                                      "ZrVM zriostatd " + EPERM_UPDATE}),
+  EXPECT_EQ((std::vector<std::string>{LOG_STARTED + std::to_string(run.pid), LOG_EPERM_UPDATE}),
             run.log_lines());
   ASSERT_EQ(1u, run.named("open").size());
   EXPECT_EQ(0u, run.named("open")[0].num("flags")); // read-only
@@ -129,7 +106,7 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
             offers);
   // Sent every cycle, whatever is written; without files the loop clears
   // the record itself, with the same effect as the writer.
-  EXPECT_EQ(FOUR_CYCLE_UPDATES, updates(run));
+  EXPECT_EQ(FOUR_CYCLE_UPDATES, run.updates());
   if (writefile == "no") {
     EXPECT_TRUE(capacities.empty());
     EXPECT_EQ(-1, access(box.stats_path().c_str(), F_OK));
@@ -143,7 +120,7 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
     EXPECT_EQ(0u, st.st_mode & 022) << path; // no group or other write
   }
 
-  std::vector<file_record> recs = records_of(run);
+  std::vector<file_record> recs = read_stats_file(run.stats);
   ASSERT_EQ(2u, recs.size());
   // time, wl_count, nregions, nvols, info_word, threshold, drop_factor,
   // last5/3/2, first5 idx/cnt, first3 idx/cnt, first2 idx/cnt, details,
@@ -187,20 +164,6 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
 INSTANTIATE_TEST_SUITE_P(DaemonE2e, CycleRecords, ::testing::Values("details", "header", "no"),
                          [](const auto &info) { return "Writefile_" + info.param; });
 
-// Failures of single requests.  Sample k holds 10 regions at 40, 10 at 6 and
-// 100 at 1, all of volume 7 from region 1000 k on: alone in a cycle it gives
-// nregions 120, wl_count 21, threshold 6, and its hottest region names k.
-struct failure_case {
-  const char *name;
-  const char *failures;
-  int status;
-  std::string error;             // the log line it causes, less "ZrVM zriostatd "
-  std::vector<uint64_t> samples; // the sample behind each record
-  std::vector<update> updates;
-};
-
-void PrintTo(const failure_case &c, std::ostream *os) { *os << c.name; }
-
 // With numiter=0 every pass is a cycle end: no samples, so the driver's
 // information (and with it a volume count and a guid) never arrives, nothing
 // is selected, no map is asked for, and the updates follow back to back.
@@ -213,75 +176,8 @@ TEST(DaemonE2e, NumiterZeroOnlyUpdates) {
   ASSERT_EQ(1, run.status);
   EXPECT_EQ(1u, run.named("start").size());
   EXPECT_TRUE(run.named("info").empty() && run.named("accum").empty() && run.named("map").empty());
-  EXPECT_EQ((std::vector<update>{{0, 5, 1}, {0, 5, 1}, {0, 5, 1}}), updates(run));
+  EXPECT_EQ(std::vector<driver_update>(3, {0, 5, 1}), run.updates());
   EXPECT_EQ("", run.stats);
 }
-
-class RequestFailures : public ::testing::TestWithParam<failure_case> {};
-
-TEST_P(RequestFailures, EndOrSkipAsTheDriverAnswered) {
-  const failure_case &c = GetParam();
-  std::string s = HEAD + c.failures + "\n";
-  for (uint64_t k = 1; k <= 4; k++)
-    s += sample_line({{7, 1000 * k, 10, 40}, {7, 1000 * k + 10, 10, 6}, {7, 1000 * k + 20, 100, 1}});
-  daemon_sandbox box;
-  box.write_scenario(s);
-  daemon_run run = box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"});
-  SCOPED_TRACE(run.describe());
-  ASSERT_EQ(c.status, run.status);
-  // Started (once the device is open), the error, and the refused update
-  // that ends the runs with status 1.
-  std::vector<std::string> log;
-  if (std::string(c.failures).find("no_device") == std::string::npos)
-    log.push_back(STARTED + std::to_string(run.pid));
-  log.push_back("ZrVM zriostatd " + c.error);
-  if (c.status == 1)
-    log.push_back("ZrVM zriostatd " + EPERM_UPDATE);
-  EXPECT_EQ(log, run.log_lines());
-  std::vector<uint64_t> samples;
-  for (const file_record &r : records_of(run)) {
-    EXPECT_EQ(120u, r.h[NREGIONS]);
-    EXPECT_EQ(21u, r.h[WL_COUNT]);
-    samples.push_back(r.detail.empty() ? 0 : r.detail[0].region / 1000);
-  }
-  EXPECT_EQ(c.samples, samples);
-  EXPECT_EQ(c.updates, updates(run));
-}
-
-const update CUT{21, 6, 0}; // the update of a cycle with one sample
-
-INSTANTIATE_TEST_SUITE_P(
-    DaemonE2e, RequestFailures,
-    ::testing::Values(
-        // One error line; collection goes on regardless.
-        failure_case{"StartRefused", "fail start 1 EPERM\nfail update 3 EPERM", 1,
-                     "ERROR Q-5-1-18532 VOL_IOSTAT_WORKLOAD_START failed with Operation not permitted",
-                     {1, 2}, {CUT, CUT, CUT}},
-        // The second cycle's only interval is skipped: it selects nothing and
-        // keeps the threshold of the first; its update still carries the
-        // guid of the last good reply (the driver checks it).
-        failure_case{"InfoFailsOnce", "fail info 2 EIO\nfail update 4 EPERM", 1,
-                     "ERROR Q-5-1-18530 VOL_IOSTAT_INFO failed with Input/output error",
-                     {1, 2}, {CUT, {0, 6, 1}, CUT, CUT}},
-        // The first cycle's only interval is skipped, so it selects nothing
-        // and reports the fresh threshold of 5; the samples come a cycle late.
-        failure_case{"AccumFailsOnce", "fail accum 1 EIO\nfail update 4 EPERM", 1,
-                     "ERROR Q-5-1-18529 VOL_ACCUM_IOSTAT failed with Input/output error",
-                     {1, 2}, {{0, 5, 1}, CUT, CUT, CUT}},
-        failure_case{"AccumStatisticsGone", "fail accum 2 ENOENT", 2,
-                     "ERROR Q-5-1-18529 VOL_ACCUM_IOSTAT failed with No such file or directory",
-                     {1}, {CUT}},
-        // No map, no file for the first cycle; its sample is spent.
-        failure_case{"MapRefusedOnce", "fail map 1 EIO\nfail update 3 EPERM", 1,
-                     "ERROR Q-5-1-18527 Failed to get guid-volid map from kernel: Input/output error",
-                     {2}, {CUT, CUT, CUT}},
-        // The exit status is the errno of the refusal.
-        failure_case{"UpdateRefusedWithEnoent", "fail update 2 ENOENT", 2,
-                     "ERROR Q-5-1-18531 VOL_IOSTAT_UPDATE failed with No such file or directory",
-                     {1}, {CUT, CUT}},
-        failure_case{"NoControlDevice", "no_device ENOENT", 2,
-                     "ERROR Q-5-1-15229 Failed to open /dev/zr/config: No such file or directory",
-                     {}, {}}),
-    [](const auto &info) { return info.param.name; });
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -30,6 +31,15 @@ std::vector<std::string> daemon_run::log_lines() const {
   std::istringstream lines(log);
   for (std::string line; std::getline(lines, line);)
     out.push_back(line);
+  return out;
+}
+
+std::vector<driver_update> daemon_run::updates() const {
+  std::vector<driver_update> out;
+  for (const driver_request &u : named("update")) {
+    EXPECT_EQ(0u, u.num("reserved"));
+    out.emplace_back(u.num("wl_count"), u.num("threshold"), u.num("no_workload"));
+  }
   return out;
 }
 
@@ -144,4 +154,8 @@ std::string sample_line(const std::vector<region_run> &runs) {
       line += " " + std::to_string(r.volid) + ":" + std::to_string(r.first + i) + ":" +
               std::to_string(r.count);
   return line + "\n";
+}
+
+std::string common_sample(uint64_t k) {
+  return sample_line({{7, 1000 * k, 10, 40}, {7, 1000 * k + 10, 10, 6}, {7, 1000 * k + 20, 100, 1}});
 }

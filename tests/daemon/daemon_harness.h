@@ -19,6 +19,7 @@
 #include <map>
 #include <string>
 #include <sys/types.h>
+#include <tuple>
 #include <vector>
 
 #include "support/temp_dir.h"
@@ -30,6 +31,9 @@ struct driver_request {
   std::map<std::string, std::string> fields;
   uint64_t num(const std::string &key) const; // 0 when missing
 };
+
+// What an update told the driver: (wl_count, threshold, no_workload).
+using driver_update = std::tuple<uint64_t, uint64_t, uint64_t>;
 
 struct daemon_run {
   int launcher_status = -1; // exit status of the process started, normally 0
@@ -49,6 +53,9 @@ struct daemon_run {
 
   std::vector<driver_request> named(const std::string &name) const;
   std::vector<std::string> log_lines() const;
+  // Each update the driver received; a failure is added for an update
+  // whose reserved field is not zero.
+  std::vector<driver_update> updates() const;
   // Everything above, for failure messages.
   std::string describe() const;
 };
@@ -84,3 +91,18 @@ struct region_run {
 };
 // A scenario "sample" line with the runs' entries in order.
 std::string sample_line(const std::vector<region_run> &runs);
+// Sample k of the common scenario: 10 regions at 40, 10 at 6 and 100 at 1
+// of volume 7 from region 1000 k on.  Alone in a cycle it gives nregions
+// 120, wl_count 21 and threshold 6, and its hottest region names k.
+std::string common_sample(uint64_t k);
+
+// The guid and volume 7 that the common samples need.
+inline const std::string GUID_AND_VOLUME7 = "guid 01234567-89ab-cdef-0011-223344556677\n"
+                                            "volume 7 11111111-2222-3333-4444-555555555555\n";
+// Lines of the daemon's log: the start-up line less its pid, the start of
+// every error line, and the refused update that ends most scenarios.
+inline const std::string LOG_STARTED =
+    "ZrVM zriostatd INFO Q-5-1-18535 startup_daemon: zriostatd started with pid:";
+inline const std::string LOG_ERROR = "ZrVM zriostatd ERROR Q-5-1-";
+inline const std::string LOG_EPERM_UPDATE =
+    LOG_ERROR + "18531 VOL_IOSTAT_UPDATE failed with Operation not permitted";

@@ -19,10 +19,10 @@
 // it gives is the size query of accum, whose growth covers it, and nothing
 // in it can fail to settle.
 //
-// Every run samples once per cycle (interval=0, numiter=1, details written);
-// sample k holds 10 regions at 40, 10 at 6 and 100 at 1 of volume 7 from
-// region 1000 k on, so a record names its sample by its hottest region.  The
-// third update is refused with EPERM to end runs that nothing else ends.
+// Every run samples once per cycle (interval=0, numiter=1, details written)
+// from the common samples (daemon_harness.h), so a record names its sample
+// by its hottest region.  The third update is refused with EPERM to end
+// runs that nothing else ends.
 
 #include <algorithm>
 #include <cerrno>
@@ -37,10 +37,10 @@
 
 namespace {
 
-const std::string STARTED =
-    "ZrVM zriostatd INFO Q-5-1-18535 startup_daemon: zriostatd started with pid:";
-const std::string ERROR = "ZrVM zriostatd ERROR Q-5-1-";
-const std::string EPERM_UPDATE = ERROR + "18531 VOL_IOSTAT_UPDATE failed with Operation not permitted";
+using update = driver_update;
+const update CUT{21, 6, 0};  // a cycle of one common sample
+const update KEPT{0, 6, 1};  // a cycle that selected nothing after one that did
+const update FRESH{0, 5, 1}; // one that selected nothing before any did
 
 struct fault_case {
   std::string name;
@@ -48,14 +48,15 @@ struct fault_case {
   int status;                        // exit status; -1: still retrying at the deadline
   std::vector<std::string> errors;   // log lines after the start-up line
   std::vector<uint64_t> samples;     // the sample behind each record written
+  std::vector<update> updates;       // the updates the driver received
   std::string sizes_of = {};         // "accum" (offers) or "map" (capacities), or empty
   std::vector<uint64_t> sizes = {};  // the sizes those requests carried, in order
+  uint64_t first_extra = 0;          // regions of the first record beyond its sample's 120
 };
 
 void PrintTo(const fault_case &c, std::ostream *os) { *os << c.name; }
 
-// A refused request and what follows it, for every errno: the n-th request
-// of its kind fails (the first cycle's, the second's for all but start).
+// A refused request and what follows it, for every errno.
 std::vector<fault_case> refusals() {
   const struct {
     const char *name;
@@ -67,29 +68,42 @@ std::vector<fault_case> refusals() {
     const std::string n = e.name;
     // The start is refused, the collection goes on regardless.
     out.push_back({"Start" + n, "fail start 1 " + n, 1,
-                   {ERROR + "18532 VOL_IOSTAT_WORKLOAD_START failed with " + why, EPERM_UPDATE},
-                   {1, 2}});
-    // The second cycle's only interval is skipped: no workload, no record;
-    // the third cycle takes sample 2.
+                   {LOG_ERROR + "18532 VOL_IOSTAT_WORKLOAD_START failed with " + why, LOG_EPERM_UPDATE},
+                   {1, 2}, {CUT, CUT, CUT}});
+    // The second cycle's only interval is skipped: it selects nothing and
+    // keeps the first cycle's threshold; its update still carries the guid
+    // of the last good reply (the driver checks it).  The third cycle takes
+    // sample 2.
     out.push_back({"Info" + n, "fail info 2 " + n, 1,
-                   {ERROR + "18530 VOL_IOSTAT_INFO failed with " + why, EPERM_UPDATE}, {1}});
+                   {LOG_ERROR + "18530 VOL_IOSTAT_INFO failed with " + why, LOG_EPERM_UPDATE}, {1},
+                   {CUT, KEPT, CUT}});
     // The driver refused the workload: the daemon ends with the errno.
     out.push_back({"Update" + n, "fail update 2 " + n, e.err,
-                   {ERROR + "18531 VOL_IOSTAT_UPDATE failed with " + why}, {1}});
-    // Skipped interval, except that a missing statistics object ends it all.
-    std::vector<std::string> accum_log = {ERROR + "18529 VOL_ACCUM_IOSTAT failed with " + why};
-    if (e.err != ENOENT)
-      accum_log.push_back(EPERM_UPDATE);
-    out.push_back({"Accum" + n, "fail accum 2 " + n, e.err == ENOENT ? 2 : 1, accum_log, {1}});
-    // No map, no record for the second cycle.
+                   {LOG_ERROR + "18531 VOL_IOSTAT_UPDATE failed with " + why}, {1}, {CUT, CUT}});
+    // The first cycle's only interval is skipped, so it reports the fresh
+    // threshold and the samples come a cycle late; except that a missing
+    // statistics object ends it all.
+    const std::string accum_error = LOG_ERROR + "18529 VOL_ACCUM_IOSTAT failed with " + why;
+    if (e.err == ENOENT)
+      out.push_back({"Accum" + n, "fail accum 1 " + n, 2, {accum_error}, {}, {}});
+    else
+      out.push_back({"Accum" + n, "fail accum 1 " + n, 1, {accum_error, LOG_EPERM_UPDATE}, {1},
+                     {FRESH, CUT, CUT}});
+    // No map, no record for the second cycle; its sample is spent.
     out.push_back({"Map" + n, "fail map 2 " + n, 1,
-                   {ERROR + "18527 Failed to get guid-volid map from kernel: " + why, EPERM_UPDATE},
-                   {1}});
+                   {LOG_ERROR + "18527 Failed to get guid-volid map from kernel: " + why,
+                    LOG_EPERM_UPDATE},
+                   {1}, {CUT, CUT, CUT}});
   }
+  // Without the control device nothing starts, not even the log's first line.
+  out.push_back({"NoControlDevice", "no_device ENOENT", 2,
+                 {LOG_ERROR + "15229 Failed to open /dev/zr/config: No such file or directory"},
+                 {}, {}});
   return out;
 }
 
 const std::string EINVAL_TEXT = strerror(EINVAL);
+const std::vector<update> CUTS{CUT, CUT, CUT};
 
 // Wrong answers.  Page sizes: sample k lies in one page of 32 + 120 * 24 =
 // 2912 bytes, well within the 65536 offered.
@@ -99,30 +113,32 @@ std::vector<fault_case> wrong_answers() {
       // the update that carry the empty guid, and the update's refusal ends
       // the daemon with EINVAL.
       {"InfoShort", "answer info 2 short", EINVAL,
-       {ERROR + "18529 VOL_ACCUM_IOSTAT failed with " + EINVAL_TEXT,
-        ERROR + "18531 VOL_IOSTAT_UPDATE failed with " + EINVAL_TEXT},
-       {1}},
+       {LOG_ERROR + "18529 VOL_ACCUM_IOSTAT failed with " + EINVAL_TEXT,
+        LOG_ERROR + "18531 VOL_IOSTAT_UPDATE failed with " + EINVAL_TEXT},
+       {1}, {CUT, KEPT}},
       // The map is sized for 6 volumes and holds 1.
-      {"InfoOvercount", "answer info 1 overcount", 1, {EPERM_UPDATE}, {1, 2}, "map", {6, 1}},
+      {"InfoOvercount", "answer info 1 overcount", 1, {LOG_EPERM_UPDATE}, {1, 2}, CUTS, "map", {6, 1}},
       // Half the page: 59 whole entries, one with its region cut off
       // (volid 7, region 0) and zeros (volid 0, region 0, count 0): 61
       // regions, too few for a workload, so sample 1 leaves no record.
-      {"AccumShort", "answer accum 1 short", 1, {EPERM_UPDATE}, {2}},
+      {"AccumShort", "answer accum 1 short", 1, {LOG_EPERM_UPDATE}, {2}, {FRESH, CUT, CUT}},
       // Asked again with exactly the grown size each time.
-      {"AccumGrow", "answer accum 1 grow", 1, {EPERM_UPDATE}, {1, 2}, "accum",
+      {"AccumGrow", "answer accum 1 grow", 1, {LOG_EPERM_UPDATE}, {1, 2}, CUTS, "accum",
        {65536, 65600, 65664, 65728, 65536, 65536}},
       // Three pages too many and 1000 entries too many on the page: the
       // walk stops at the first empty page header and reads the extra
-      // entries as zeros up to the end of the area.
-      {"AccumOvercount", "answer accum 1 overcount", 1, {EPERM_UPDATE}, {1, 2}},
+      // entries as zeros up to the end of the area, which make one more
+      // region (volid 0, region 0).
+      {"AccumOvercount", "answer accum 1 overcount", 1, {LOG_EPERM_UPDATE}, {1, 2}, CUTS, "", {}, 1},
       // One volume, half of it written: an entry of volid 0.
-      {"MapShort", "answer map 1 short", 1, {EPERM_UPDATE}, {1, 2}},
-      {"MapGrow", "answer map 1 grow", 1, {EPERM_UPDATE}, {1, 2}, "map", {1, 2, 3, 4, 1}},
+      {"MapShort", "answer map 1 short", 1, {LOG_EPERM_UPDATE}, {1, 2}, CUTS},
+      {"MapGrow", "answer map 1 grow", 1, {LOG_EPERM_UPDATE}, {1, 2}, CUTS, "map", {1, 2, 3, 4, 1}},
       // 1001 entries reported for an array of 1: cut to the array.
-      {"MapOvercount", "answer map 1 overcount", 1, {EPERM_UPDATE}, {1, 2}, "map", {1, 1}},
+      {"MapOvercount", "answer map 1 overcount", 1, {LOG_EPERM_UPDATE}, {1, 2}, CUTS, "map", {1, 1}},
       // Retried for ever by design: still retrying when killed.
-      {"AccumUnstable", "answer accum 2 unstable", -1, {}, {1}, "accum"},
-      {"MapUnstable", "answer map 2 unstable", -1, {}, {1}, "map"},
+      {"AccumUnstable", "answer accum 2 unstable", -1, {}, {1}, {CUT}, "accum"},
+      // The map is asked for after the cycle's update is sent.
+      {"MapUnstable", "answer map 2 unstable", -1, {}, {1}, {CUT, CUT}, "map"},
   };
 }
 
@@ -153,13 +169,11 @@ class DriverFaultMatrix : public ::testing::TestWithParam<fault_case> {};
 
 TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
   const fault_case &c = GetParam();
-  std::string s = "guid 01234567-89ab-cdef-0011-223344556677\n"
-                  "volume 7 11111111-2222-3333-4444-555555555555\n" +
-                  c.scenario + "\n";
+  std::string s = GUID_AND_VOLUME7 + c.scenario + "\n";
   if (c.name.rfind("Update", 0) != 0)
     s += "fail update 3 EPERM\n";
   for (uint64_t k = 1; k <= 4; k++)
-    s += sample_line({{7, 1000 * k, 10, 40}, {7, 1000 * k + 10, 10, 6}, {7, 1000 * k + 20, 100, 1}});
+    s += common_sample(k);
   daemon_sandbox box;
   box.write_scenario(s);
   const bool unstable = c.status == -1;
@@ -168,10 +182,13 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
   SCOPED_TRACE(unstable ? run.describe().substr(0, 4000) : run.describe());
 
   if (unstable) {
-    // Still at it: killed at the deadline, hundreds of requests of the
-    // faulty kind, each larger than the one before, the last among them.
+    // Still at it: killed at the deadline and reaped by the harness,
+    // hundreds of requests of the faulty kind, each larger than the one
+    // before, the last among them.
     ASSERT_TRUE(run.timed_out);
     EXPECT_EQ(SIGKILL, run.signal);
+    ASSERT_GT(run.pid, 0);
+    EXPECT_EQ(-1, kill(run.pid, 0)); // no such process any more
     std::vector<uint64_t> seen = sizes(run, c.sizes_of);
     EXPECT_GT(seen.size(), 100u);
     EXPECT_TRUE(std::is_sorted(seen.end() - 100, seen.end()));
@@ -184,20 +201,19 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
       EXPECT_EQ(c.sizes, sizes(run, c.sizes_of));
     }
   }
-  if (unstable) {
-    // The daemon is killed, not reaped as it ends, so its pid is not known
-    // here; the start-up line is all it logged.
-    ASSERT_EQ(1u, run.log_lines().size()) << run.log;
-    EXPECT_EQ(0u, run.log_lines()[0].rfind(STARTED, 0));
-  } else {
-    std::vector<std::string> log = {STARTED + std::to_string(run.pid)};
-    log.insert(log.end(), c.errors.begin(), c.errors.end());
-    EXPECT_EQ(log, run.log_lines());
-  }
+  std::vector<std::string> log;
+  if (c.scenario.rfind("no_device", 0) != 0)
+    log.push_back(LOG_STARTED + std::to_string(run.pid));
+  log.insert(log.end(), c.errors.begin(), c.errors.end());
+  EXPECT_EQ(log, run.log_lines());
+  EXPECT_EQ(c.updates, run.updates());
 
   std::vector<uint64_t> samples;
-  for (const file_record &r : read_stats_file(run.stats))
+  for (const file_record &r : read_stats_file(run.stats)) {
+    EXPECT_EQ(120u + (samples.empty() ? c.first_extra : 0), r.h[NREGIONS]);
+    EXPECT_EQ(21u, r.h[WL_COUNT]);
     samples.push_back(r.detail.empty() ? 0 : r.detail[0].region / 1000);
+  }
   EXPECT_EQ(c.samples, samples);
   EXPECT_EQ(std::string::npos, run.request_log.find("bad_area"));
 }

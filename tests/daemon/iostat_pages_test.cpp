@@ -1,7 +1,8 @@
 // Page intake against an in-process VOL_ACCUM_IOSTAT: what end-to-end runs
-// cannot show cheaply (repeated growth, wrapping counts, the entry blocks,
-// answers no honest driver gives).  What the daemon sends and folds in a
-// normal run is checked end to end (daemon_e2e_test.cpp).
+// cannot show cheaply (wrapping counts, the entry blocks, answers no honest
+// driver gives).  What the daemon sends and folds in a normal run, and how
+// it grows its offer, is checked end to end (daemon_e2e_test.cpp,
+// driver_fault_matrix_test.cpp).
 
 #include <cstring>
 #include <functional>
@@ -67,29 +68,6 @@ protected:
   zeroed_ptr<iostat_ctx> ctx = make_zeroed<iostat_ctx>();
 };
 
-TEST_F(PageIntake, GrowsToExactlyWhatTheDriverAsksForUntilTheAnswerFits) {
-  // A driver whose counts grow while it is asked: it needs 80 bytes, then
-  // 104, the whole answer (one page of 32 + 3 x 24).
-  std::vector<unsigned char> area;
-  add_page(&area, {{1, 5, 10, 0}, {1, 6, 11, 0}, {2, 7, 10, 0}});
-  std::vector<uint64_t> offered;
-  accum = [&](vol_pgbuf_hdr *buf) {
-    offered.push_back(buf->buf_size);
-    buf->needed_size = offered.size() == 1 ? 80 : 104;
-    if (buf->buf_size >= 104) {
-      std::memcpy(buf + 1, area.data(), area.size());
-      buf->page_count = 1;
-    }
-    return 0;
-  };
-  ctx->info.pgbuf_size = 40;
-  ASSERT_EQ(0, vol_get_iostat_pages(ctx.get()));
-  EXPECT_EQ((std::vector<uint64_t>{40, 80, 104}), offered);
-  EXPECT_EQ(40u, ctx->info.pgbuf_size) << "the grown size is not kept";
-  EXPECT_EQ(3u, ctx->store.count);
-  EXPECT_EQ(6, stored(11, 1));
-}
-
 TEST_F(PageIntake, SumsTheSamePairAndWrapsCountsModulo2To32) {
   std::vector<unsigned char> area;
   add_page(&area, {{1, 10, 5, 0}, {2, 3, 5, 0}}, 5);       // 85 bytes: next page at 88
@@ -109,20 +87,8 @@ TEST_F(PageIntake, SumsTheSamePairAndWrapsCountsModulo2To32) {
   EXPECT_EQ(2, pool_blocks());
 }
 
-TEST_F(PageIntake, NoPagesTakeNoBlockButEmptyPagesTakeOne) {
-  answer_with({}, 0);
-  ASSERT_EQ(0, vol_get_iostat_pages(ctx.get()));
-  EXPECT_EQ(nullptr, ctx->store.pool);
-  std::vector<unsigned char> area;
-  add_page(&area, {});
-  add_page(&area, {});
-  answer_with(area, 2);
-  ASSERT_EQ(0, vol_get_iostat_pages(ctx.get()));
-  EXPECT_EQ(1, pool_blocks());
-  EXPECT_EQ(0u, ctx->store.count);
-}
-
-// A lying driver: the walk must stay inside the page area and end.
+// A lying driver: the walk must stay inside the page area and end; and an
+// answer without pages reads nothing and takes no block.
 TEST_F(PageIntake, PagesThatRunPastTheAreaAreCutShort) {
   struct lie {
     const char *what;
@@ -130,7 +96,7 @@ TEST_F(PageIntake, PagesThatRunPastTheAreaAreCutShort) {
     uint64_t entries;                  // entries that lie inside the area
   };
   // The area holds one honest page of 3 entries (32 + 72 = 104 bytes).
-  for (const lie &c : {lie{"size 0 ends the walk", 5, 0, 3, 0},
+  for (const lie &c : {lie{"no pages", 0, 104, 3, 0}, lie{"size 0 ends the walk", 5, 0, 3, 0},
                        lie{"size below the header ends the walk", 5, 31, 3, 0},
                        lie{"more pages claimed than fit", 1000, 104, 3, 3},
                        lie{"nument beyond the area", 1, 104, 1000000, 3},
@@ -143,6 +109,9 @@ TEST_F(PageIntake, PagesThatRunPastTheAreaAreCutShort) {
     answer_with(area, c.page_count);
     ASSERT_EQ(0, vol_get_iostat_pages(ctx.get()));
     EXPECT_EQ(c.entries, ctx->store.count);
+    if (c.page_count == 0) {
+      EXPECT_EQ(nullptr, ctx->store.pool);
+    }
     vol_stathash_reset(&ctx->store);
   }
 }

@@ -96,17 +96,11 @@ TEST(WorkloadRecord, RandomRecordsReadBackAsWritten) {
     *markers[pick(3)] = 1 + pick(1000);
     for (uint64_t *m : markers)
       *m = *m != 0 || pick(2) ? 1 + pick(1000) : 0;
-    rec.info_word = static_cast<uint32_t>(rng());
-    rec.threshold = static_cast<uint32_t>(rng());
-    rec.first5_idx = rng();
-    rec.first5_cnt = static_cast<uint32_t>(rng());
-    rec.first3_idx = rng();
-    rec.first3_cnt = static_cast<uint32_t>(rng());
-    rec.first2_idx = rng();
-    rec.first2_cnt = static_cast<uint32_t>(rng());
-    rec.max_drop = static_cast<uint32_t>(rng());
-    rec.maxdrop_cnt = static_cast<uint32_t>(rng());
-    rec.maxdrop_idx = rng();
+    for (uint32_t *f : {&rec.info_word, &rec.threshold, &rec.first5_cnt, &rec.first3_cnt,
+                        &rec.first2_cnt, &rec.max_drop, &rec.maxdrop_cnt})
+      *f = static_cast<uint32_t>(rng());
+    for (uint64_t *f : {&rec.first5_idx, &rec.first3_idx, &rec.first2_idx, &rec.maxdrop_idx})
+      *f = rng();
     wl_header h;
     vol_workload_header(&h, &rec, static_cast<int64_t>(rng()), static_cast<uint32_t>(vols.size()),
                         static_cast<int32_t>(pick(2)));
