@@ -94,14 +94,4 @@ TEST(MessageAddressTest, CatalogueNameIsCutAt256Characters) {
   EXPECT_STREQ("x", rest);
 }
 
-// The last row is inverted: the kernel's catalogue is 0, unknown names 7.
-TEST(MessageAddressTest, CatalogueIds) {
-  const struct {
-    const char *name;
-    int id;
-  } cases[] = {{"zrvm.mesg", 1}, {"zrvmshm", 2},  {"zrvm.dmesg", 3}, {"wpnq.mesg", 4},
-               {"zrvc.mesg", 5}, {"tlb.mesg", 6}, {"zrvm.kmesg", 0}, {"zrvm", 7}};
-  for (const auto &c : cases) EXPECT_EQ(c.id, volcat_name_to_id(c.name)) << c.name;
-}
-
 }  // namespace

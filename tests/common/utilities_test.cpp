@@ -24,21 +24,23 @@ TEST(GuidTest, TextForm) {
   EXPECT_EQ(shared, volguidtostr({}, nullptr));
 }
 
+// Each row starts from a buffer of 'x's; the byte after the copy is untouched.
 TEST(StrlcpyTest, CopiesWithinBoundAndReturnsSourceLength) {
-  const std::string source(300, 's');
-  char buffer[257];
-  memset(buffer, 'x', sizeof buffer);
-  EXPECT_EQ(300u, vol_strlcpy(buffer, source.c_str(), 256));
-  EXPECT_EQ(std::string(255, 's'), buffer);
-  EXPECT_EQ('x', buffer[256]);
-  EXPECT_EQ(5u, vol_strlcpy(buffer, "hello", 0));
-  EXPECT_EQ('s', buffer[0]);  // nothing written
-  EXPECT_EQ(5u, vol_strlcpy(buffer, "hello", 1));
-  EXPECT_EQ(std::string("\0s", 2), std::string(buffer, 2));  // the terminator only
-  EXPECT_EQ(5u, vol_strlcpy(buffer, "hello", 5));
-  EXPECT_STREQ("hell", buffer);
-  EXPECT_EQ(5u, vol_strlcpy(buffer, "hello", 6));
-  EXPECT_STREQ("hello", buffer);
+  const struct {
+    std::string source;
+    size_t size;
+    std::string buffer;
+  } cases[] = {{std::string(300, 's'), 256, std::string(255, 's') + std::string("\0x", 2)},
+               {"hello", 0, "x"},
+               {"hello", 1, std::string("\0x", 2)},
+               {"hello", 5, std::string("hell\0x", 6)},
+               {"hello", 6, std::string("hello\0x", 7)}};
+  for (const auto &c : cases) {
+    char buffer[257];
+    memset(buffer, 'x', sizeof buffer);
+    EXPECT_EQ(c.source.size(), vol_strlcpy(buffer, c.source.c_str(), c.size)) << c.size;
+    EXPECT_EQ(c.buffer, std::string(buffer, c.buffer.size())) << c.size;
+  }
 }
 
 TEST(XmallocTest, ZeroSizeGivesFourZeroedBytes) {

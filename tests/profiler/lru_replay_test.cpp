@@ -21,10 +21,9 @@ void reset_replay_state() {
   vol_stathash_reset(&cache_area);
   vol_stathash_reset(&access_tbl);
   cold_ent = cold_list{};
-  reset_trace_state();
-  read_hit = read_miss = casize = 0;
+  reset_trace_state(); // casize and w_flag too
+  read_hit = read_miss = 0;
   thrshold = 0;
-  w_flag = 0;
 }
 
 class LruReplay : public testing::Test {

@@ -250,19 +250,6 @@ TEST(ProfilerReport, WholeReportsOnHandBuiltTraces) {
            "|    30\t\t  0.02 GB\t98.00\t\t98             \t|\n"
            "|    40\t\t  0.02 GB\t98.00\t\t98             \t|\n" + table_end,
        notice},
-      // Region 0 read twice: no workload.  -c 16 is replayed first, with
-      // threshold 0: 1 hit of 2, 0.0009765625 GB; Tdisk = 8, T = 1 + 4 = 5:
-      // 1.50 ms, 37.50 %, 1.60x.  Then the table: storage 100 regions, step
-      // 10; 10 and 20 regions both give 50 %.
-      {"user size, then the table", trace_text({{{8, 0, 0, 1, 2}}}), "d 8 0 12800\n",
-       {"-c", "16", "-s", "1", "-d", "4"},
-       sample_info("0.17", "2", "1.00", "4.00", 1, "d") + user_heading +
-           "Cache Size\t\t: 0.000977 GB \nRead Hits\t\t: 1\nRead Hit(%)\t\t: 50.00 %\n" +
-           latency("1.50", "37.50 % Gain", "1.60x times faster reads") + user_end +
-           table_heading + "Total storage size\t: 0.01 GB\n\n" + table_columns +
-           "|    10\t\t  0.00 GB\t50.00\t\t1              \t|\n"
-           "|    20\t\t  0.00 GB\t50.00\t\t1              \t|\n" + table_end,
-       notice},
       // An empty trace is one interval; no reads: 0 % and no forecast; no
       // devices: storage 0, one row.
       {"empty trace", "", nullptr, {"-c", "16"},
@@ -283,26 +270,6 @@ TEST(ProfilerReport, WholeReportsOnHandBuiltTraces) {
     EXPECT_EQ(c.err, r.err);
     EXPECT_EQ(0, r.exit_status);
   }
-}
-
-// The bundled examples keep doing what the README says of them.
-TEST(ProfilerReport, BundledExamples) {
-  const std::string examples = std::string(ZRIOSTAT_SOURCE_DIR) + "/examples/";
-  run_result oltp = profile(examples + "oltp", {"-c", "2000", "-s", "0.1", "-d", "5"});
-  EXPECT_EQ("", oltp.err);
-  size_t user = oltp.out.find(user_heading);
-  size_t optimal = oltp.out.find(optimal_heading);
-  size_t breakup = oltp.out.find(breakup_heading);
-  EXPECT_TRUE(user < optimal && optimal < breakup && breakup != std::string::npos);
-  for (const char *device : {"\nsda\t", "\nsdb\t", "\nnvme0n1\t", "\ndm-3\t"})
-    EXPECT_NE(std::string::npos, oltp.out.find(device, breakup)) << device;
-
-  run_result scan = profile(examples + "scan", {"-s", "0.2", "-d", "4"});
-  EXPECT_EQ(notice, scan.err);
-  // 512 + 256 + 128 MiB of sectors: 0.875 GB, printed to even.
-  EXPECT_NE(std::string::npos, scan.out.find("Devices\t\t\t: sdc, sdd, vdb" + table_heading +
-                                             "Total storage size\t: 0.88 GB\n"));
-  EXPECT_TRUE(scan.out.ends_with(table_end));
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 // The trace field scanner against the C library's own sscanf with
 // "%d %d %llu %llu": both run on the same text from the same starting
 // fields, and every field (and the number of fields taken) must agree.
-// Lines come from a short table of adversarial texts and from a seeded
-// generator of number boundaries, signs, junk and white space.
+// Lines come from a seeded generator of number boundaries, signs, junk and
+// white space, and a few texts it would hardly build.
 
 #include <gtest/gtest.h>
 
@@ -28,22 +28,12 @@ void expect_same_as_sscanf(const std::string &text, const trace_line &before) {
       << got.major << " " << got.minor << " " << got.start << " " << got.length;
 }
 
-TEST(TraceScan, AdversarialLinesScanAsTheLibraryScansThem) {
-  const char *lines[] = {
-      "8 0 1024 8\n", "", "   \t  \n", "8 16", "8 16 2048 8 99 extra", "-1 -2 -3 -4", "+0 -0 +5 -5",
-      "2147483648 -2147483649 4294967296 18446744073709551616",
-      "-9223372036854775809 9223372036854775808 -18446744073709551615 -18446744073709551616",
-      "99999999999999999999 -99999999999999999999 99999999999999999999999 1",
-      "1 1 0000000000000000000000000000000000000018446744073709551615 1",
-      "0x10 5 5 5", "12abc 5 5 5", "5 5 7,8 9", "+ 5 5 5", "+-5 5 5 5", "5 5 5 -",
-      "\v8\f0\r128\t1", "8\n0\n128\n1", "\xa0" "8 0 1 1", "8 \x80" "0 1 1",
-  };
-  const trace_line previous = {-7, 123456, 987654321ull, 42ull};
-  for (const char *line : lines)
-    expect_same_as_sscanf(line, previous);
-}
-
-TEST(TraceScan, GeneratedLinesScanAsTheLibraryScansThem) {
+TEST(TraceScan, LinesScanAsTheLibraryScansThem) {
+  // Texts the generator below is unlikely to build.
+  for (const char *line : {"8 16 2048 8 99 extra", "0x10 5 5 5", "12abc 5 5 5", "5 5 7,8 9", "+-5 5 5 5",
+                           "1 1 0000000000000000000000000000000000000018446744073709551615 1",
+                           "-9223372036854775809 9223372036854775808 -18446744073709551615 -18446744073709551616"})
+    expect_same_as_sscanf(line, {-7, 123456, 987654321ull, 42ull});
   // Numbers around every limit the conversions know, junk, white space.
   const std::vector<std::string> numbers = {
       "0", "7", "2147483647", "2147483648", "4294967295", "4294967296", "9223372036854775807",
