@@ -39,6 +39,9 @@ const char blkparse_text[] =
     " Reads Queued:           2,        8KiB\t Writes Queued:           0,        0KiB\n"
     "Total (8,0):\n";
 
+const char systor_text[] = "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
+                           "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n";
+
 const format_case cases[] = {
     // Queued reads at 0 s, 700.5 s and 1900 s: intervals 0, 1 and 3.
     {"blkparse, queued", {"--no-sysfs"}, "t.blk", blkparse_text,
@@ -70,15 +73,11 @@ const format_case cases[] = {
      "253 0 2 8\n0 0 0 0\n253 1 0 1\n", "hm_0 253 0 10\nhm_1 253 1 1\n", "devices: 2"},
     // The second read is earlier than the first: the window sorts them, and
     // the third is 600.067 s after the earliest.
-    {"systor, sorted in the window", {}, "s.csv",
-     "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
-     "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n",
+    {"systor, sorted in the window", {}, "s.csv", systor_text,
      "253 1 0 16\n253 0 8 8\n0 0 0 0\n253 0 0 1\n", "lun1 253 1 16\nlun0 253 0 16\n", "reads kept: 3"},
     // Without a window the early read is late: it stays in the open
     // interval, and the trace starts at the first read.
-    {"systor, no window", {"--reorder-window", "0"}, "s.csv",
-     "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
-     "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n",
+    {"systor, no window", {"--reorder-window", "0"}, "s.csv", systor_text,
      "253 0 8 8\n253 1 0 16\n253 0 0 1\n", "lun0 253 0 16\nlun1 253 1 16\n", "late reads: 1"},
     // The write at ...199 starts the trace; the last read is 601 s later.
     {"tencent", {}, "t.csv", "1538323200,8,16,0,1058\n1538323199,0,8,1,1063\n1538323800,4,4,0,1058\n",
