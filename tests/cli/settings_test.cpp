@@ -3,41 +3,28 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "daemon/settings.h"
 
 namespace {
 
-struct settings_snapshot {
-  int32_t debug, interval, numiter, workload_file, workload_details;
-  bool operator==(const settings_snapshot &) const = default;
-};
-
-const settings_snapshot defaults{0, 60000, 10, 1, 0};
-
-settings_snapshot current() { return {debug, interval, numiter, workload_file, workload_details}; }
-
-void set(const settings_snapshot &s) {
-  debug = s.debug;
-  interval = s.interval;
-  numiter = s.numiter;
-  workload_file = s.workload_file;
-  workload_details = s.workload_details;
-}
+// debug, interval, numiter, workload_file, workload_details
+using settings = std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t>;
+const settings defaults{0, 60000, 10, 1, 0};
+auto all() { return std::tie(debug, interval, numiter, workload_file, workload_details); }
 
 class SettingsTest : public ::testing::Test {
 protected:
-  void SetUp() override { set(defaults); }
-  void TearDown() override { set(defaults); }
+  void SetUp() override { all() = defaults; }
+  void TearDown() override { all() = defaults; }
 };
 
-// Each setting applied alone to the defaults (with both writefile flags on),
-// and what it leaves behind.
+// Each setting applied alone (with both writefile flags on), and all the
+// settings it leaves behind.
 TEST_F(SettingsTest, EachSettingAlone) {
-  const settings_snapshot w{0, 60000, 10, 1, 1}; // the start for writefile
-  const struct {
-    const char *setting;
-    settings_snapshot after;
-  } cases[] = {
+  const settings w{0, 60000, 10, 1, 1}; // the start
+  const std::pair<const char *, settings> cases[] = {
       // Numbers are what strtol reads.
       {"debug=3", {3, 60000, 10, 1, 1}},
       {"debug=x", {0, 60000, 10, 1, 1}},
@@ -53,28 +40,26 @@ TEST_F(SettingsTest, EachSettingAlone) {
       {"writefile=no", {0, 60000, 10, 0, 0}},
       {"writefile=details", w},
       {"writefile=header", {0, 60000, 10, 1, 0}},
-      {"writefile:no", {0, 60000, 10, 0, 0}},  // the tenth character is never looked at
-      {"writefileXno", {0, 60000, 10, 0, 0}},  // any tenth character, then "no"
-      {"writefile", w},                         // nothing after the name: unchanged
-      {"writefile=NO", w},                      // case matters
-      {"writefile=nothing", w},                 // exact match only
-      {"writefiles=no", w},                     // "=no" from the 11th is not "no"
+      {"writefile:no", {0, 60000, 10, 0, 0}}, // the tenth character is never looked at
+      {"writefile", w},                        // nothing after the name: unchanged
+      {"writefile=NO", w},                     // case matters
+      {"writefile=nothing", w},                // exact match only
+      {"writefiles=no", w},                    // "=no" from the 11th is not "no"
   };
-  for (const auto &c : cases) {
-    set(w);
-    ASSERT_TRUE(vol_apply_setting(c.setting)) << c.setting;
-    EXPECT_TRUE(c.after == current()) << c.setting;
+  for (const auto &[setting, after] : cases) {
+    all() = w;
+    ASSERT_TRUE(vol_apply_setting(setting)) << setting;
+    EXPECT_TRUE(after == settings(all())) << setting;
   }
   // Later settings override earlier ones.
-  ASSERT_TRUE(vol_apply_setting("debug=3"));
-  ASSERT_TRUE(vol_apply_setting("debug=1"));
+  ASSERT_TRUE(vol_apply_setting("debug=3") && vol_apply_setting("debug=1"));
   EXPECT_EQ(1, debug);
 }
 
 TEST_F(SettingsTest, UnknownSettingsChangeNothing) {
   for (const char *setting : {"verbose=1", "debu", "", "Debug=1", "numiter"}) {
     EXPECT_FALSE(vol_apply_setting(setting)) << setting;
-    EXPECT_TRUE(defaults == current()) << setting;
+    EXPECT_TRUE(defaults == settings(all())) << setting;
   }
 }
 
