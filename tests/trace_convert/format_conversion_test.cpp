@@ -57,15 +57,12 @@ const char systor_text[] = "Timestamp,Response,IOType,LUN,Offset,Size\n145609514
 
 const conversion_case cases[] = {
     // Queued reads at 0 s, 700.5 s and 1900 s: intervals 0, 1 and 3.
-    {"blkparse, queued", {"--no-sysfs"}, "t.blk", blkparse_text,
-     "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 1008\n8:16 8 16 80\n",
+    {"blkparse, queued, named and sized", {"--no-sysfs", "--name", "8,16=data", "--size", "8:0=1048576"}, "t.blk",
+     blkparse_text, "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 2048\ndata 8 16 80\n",
      "lines skipped: 9 (not a read 1, other event 3, not an event line 3, blank 1, zero length 1)"},
     // The one completed read; the trace still runs to 1900 s.
     {"blkparse, completed", {"--no-sysfs", "--event", "C"}, "t.blk", blkparse_text,
      "8 0 1000 8\n0 0 0 0\n0 0 0 0\n0 0 0 0\n", "8:0 8 0 1008\n", "intervals: 4"},
-    {"blkparse, names and sizes",
-     {"--no-sysfs", "--name", "8,16=data", "--size", "8:0=1048576"}, "t.blk", blkparse_text,
-     "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 2048\ndata 8 16 80\n", "devices: 2"},
     // Named columns; bytes 1000-1099 are sectors 1 and 2; the zero-length
     // read at 1200.001 s still extends the trace into interval 2.
     {"csv, named columns",
