@@ -33,11 +33,8 @@ TEST(CommandLine, RefusalsAndHandOver) {
     std::vector<std::string> args;
     std::string err;
   } cases[] = {
-      // Profiler options in daemon position.
-      {{"-i", "x"}, kUsage},
+      // Profiler options in daemon position, even before -p.
       {{"-c", "5"}, kUsage},
-      {{"-d", "1"}, kUsage},
-      {{"-s", "1"}, kUsage},
       {{"-i", "x", "-p"}, kUsage},
       {{"-q"}, bin + ": invalid option -- 'q'\n" + kUsage},
       {{"-x"}, bin + ": option requires an argument -- 'x'\n" + kUsage},
