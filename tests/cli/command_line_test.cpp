@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "support/run_binary.h"
 #include "support/temp_dir.h"
@@ -13,6 +14,7 @@ namespace {
 
 const std::string kUsage = "ZrVM zriostatd ERROR Q-5-1-5267  Incorrect usage\n"
                            "\nUsage: zriostatd \n\n";
+const std::string kWrongUsage = "ZrVM zriostatd ERROR Q-5-1-0  Wrong usage \n";
 
 std::string could_not_open(const std::string &path, int error) {
   return "ZrVM zriostatd ERROR Q-5-1-0  Could not open file:" + path + " error num " +
@@ -20,87 +22,46 @@ std::string could_not_open(const std::string &path, int error) {
 }
 
 // run_zriostatd runs it in the C locale: English getopt messages and no
-// catalogue, whatever the test machine's locale.
-run_result run(const std::vector<std::string> &args) { return run_zriostatd(args); }
-
-TEST(CommandLine, ProfilerOptionsInDaemonPositionAreUsageErrors) {
-  for (auto args : std::vector<std::vector<std::string>>{
-           {"-i", "x"}, {"-c", "5"}, {"-d", "1"}, {"-s", "1"}, {"-i", "x", "-p"}}) {
-    run_result r = run(args);
-    EXPECT_EQ(1, r.exit_status) << args[0];
-    EXPECT_EQ(kUsage, r.err) << args[0];
-    EXPECT_EQ("", r.out);
-  }
-}
-
-TEST(CommandLine, GetoptComplainsBeforeTheUsageText) {
-  run_result unknown = run({"-q"});
-  EXPECT_EQ(1, unknown.exit_status);
-  EXPECT_EQ(std::string(ZRIOSTATD_BIN) + ": invalid option -- 'q'\n" + kUsage, unknown.err);
-
-  run_result missing = run({"-x"});
-  EXPECT_EQ(1, missing.exit_status);
-  EXPECT_EQ(std::string(ZRIOSTATD_BIN) + ": option requires an argument -- 'x'\n" + kUsage,
-            missing.err);
-}
-
-TEST(CommandLine, XInProfilerModeIsWrongUsage) {
-  run_result r = run({"-p", "-x", "a"});
-  EXPECT_EQ(1, r.exit_status);
-  EXPECT_EQ("ZrVM zriostatd ERROR Q-5-1-0  Wrong usage \n", r.err);
-
-  run_result unknown_letter = run({"-p", "-z"});
-  EXPECT_EQ(1, unknown_letter.exit_status);
-  EXPECT_EQ(std::string(ZRIOSTATD_BIN) + ": invalid option -- 'z'\n" +
-                "ZrVM zriostatd ERROR Q-5-1-0  Wrong usage \n",
-            unknown_letter.err);
-}
-
-TEST(CommandLine, MissingTraceIsReportedWithItsPathAndErrno) {
+// catalogue, whatever the test machine's locale.  Every case ends in status
+// 1 with nothing on standard output.
+TEST(CommandLine, RefusalsAndHandOver) {
   scoped_temp_dir dir;
-  run_result r = run({"-p", "-i", dir.path(), "-s", "0.1", "-d", "5"});
-  EXPECT_EQ(1, r.exit_status);
-  EXPECT_EQ(could_not_open(dir.path() + "/out", 2), r.err);
-  EXPECT_EQ("", r.out); // no report, and the device map is never looked at
-
-  // Without -i the paths stay empty.
-  run_result no_dir = run({"-p"});
-  EXPECT_EQ(1, no_dir.exit_status);
-  EXPECT_EQ(could_not_open("", 2), no_dir.err);
-}
-
-TEST(CommandLine, DirectoryTooLongForThePathsIsRefused) {
+  const std::string bin = ZRIOSTATD_BIN, missing = could_not_open(dir.path() + "/out", 2);
   // 244 characters still fit "<dir>/device_map" in 256 bytes; 245 do not.
-  std::string fits = "/" + std::string(243, 'a');
-  run_result r_fits = run({"-p", "-i", fits});
-  EXPECT_EQ(could_not_open(fits + "/out", 2), r_fits.err); // ENOENT: it was tried
-
-  for (size_t length : {245u, 300u}) {
-    std::string dir = "/" + std::string(length - 1, 'b');
-    run_result r = run({"-p", "-i", dir});
-    EXPECT_EQ(1, r.exit_status);
-    EXPECT_EQ(could_not_open(dir + "/out", 36), r.err) << length; // ENAMETOOLONG
+  const std::string fits = "/" + std::string(243, 'a'), too_long = "/" + std::string(244, 'b');
+  const struct {
+    std::vector<std::string> args;
+    std::string err;
+  } cases[] = {
+      // Profiler options in daemon position, even before -p.
+      {{"-c", "5"}, kUsage},
+      {{"-i", "x", "-p"}, kUsage},
+      {{"-q"}, bin + ": invalid option -- 'q'\n" + kUsage},
+      {{"-x"}, bin + ": option requires an argument -- 'x'\n" + kUsage},
+      {{"-p", "-x", "a"}, kWrongUsage},
+      {{"-p", "-z"}, bin + ": invalid option -- 'z'\n" + kWrongUsage},
+      // No report, and the device map is never looked at.
+      {{"-p", "-i", dir.path(), "-s", "0.1", "-d", "5"}, missing},
+      {{"-p"}, could_not_open("", 2)}, // without -i the paths stay empty
+      {{"-p", "-i", fits}, could_not_open(fits + "/out", 2)}, // ENOENT: it was tried
+      {{"-p", "-i", too_long}, could_not_open(too_long + "/out", 36)}, // ENAMETOOLONG
+      // An unknown setting switches modes exactly as -p does; the options
+      // after it are the profiler's.
+      {{"-x", "verbose=1", "-i", dir.path()}, missing},
+      // Known settings before -p are applied and parsing continues behind it.
+      {{"-x", "debug=3", "-x", "numiter=2", "-p", "-i", dir.path()}, missing},
+      // A second -p in profiler mode is harmless; a later -i overrides.
+      {{"-p", "-i", "/nonexistent", "-p", "-i", dir.path()}, missing},
+  };
+  for (const auto &c : cases) {
+    run_result r = run_zriostatd(c.args);
+    std::string line;
+    for (const std::string &a : c.args)
+      line += " " + a.substr(0, 40);
+    EXPECT_EQ(1, r.exit_status) << line;
+    EXPECT_EQ(c.err, r.err) << line;
+    EXPECT_EQ("", r.out) << line;
   }
-}
-
-TEST(CommandLine, SettingsHandOverToProfilerMode) {
-  scoped_temp_dir dir;
-  std::string expected = could_not_open(dir.path() + "/out", 2);
-
-  // An unknown setting switches modes exactly as -p does; the options after
-  // it are the profiler's.
-  run_result unknown_setting = run({"-x", "verbose=1", "-i", dir.path()});
-  EXPECT_EQ(1, unknown_setting.exit_status);
-  EXPECT_EQ(expected, unknown_setting.err);
-
-  // Known settings before -p are applied and parsing continues behind -p.
-  run_result known_then_p = run({"-x", "debug=3", "-x", "numiter=2", "-p", "-i", dir.path()});
-  EXPECT_EQ(1, known_then_p.exit_status);
-  EXPECT_EQ(expected, known_then_p.err);
-
-  // A second -p in profiler mode is harmless; a later -i overrides.
-  run_result twice = run({"-p", "-i", "/nonexistent", "-p", "-i", dir.path()});
-  EXPECT_EQ(expected, twice.err);
 }
 
 } // namespace

@@ -3,94 +3,63 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "daemon/settings.h"
 
 namespace {
 
-struct settings_snapshot {
-  int32_t debug, interval, numiter, workload_file, workload_details;
-};
-
-settings_snapshot current() {
-  return {debug, interval, numiter, workload_file, workload_details};
-}
-
-void reset_settings() {
-  debug = 0;
-  interval = 60000;
-  numiter = 10;
-  workload_file = 1;
-  workload_details = 0;
-}
+// debug, interval, numiter, workload_file, workload_details
+using settings = std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t>;
+const settings defaults{0, 60000, 10, 1, 0};
+auto all() { return std::tie(debug, interval, numiter, workload_file, workload_details); }
 
 class SettingsTest : public ::testing::Test {
 protected:
-  void SetUp() override { reset_settings(); }
-  void TearDown() override { reset_settings(); }
+  void SetUp() override { all() = defaults; }
+  void TearDown() override { all() = defaults; }
 };
 
-TEST_F(SettingsTest, NumericSettingsTakeWhatStrtolReads) {
-  ASSERT_TRUE(vol_apply_setting("debug=3"));
-  ASSERT_TRUE(vol_apply_setting("debug=1"));
-  EXPECT_EQ(1, debug); // later settings override earlier ones
-
-  ASSERT_TRUE(vol_apply_setting("debug=x"));
-  EXPECT_EQ(0, debug);
-  ASSERT_TRUE(vol_apply_setting("debug=12abc"));
-  EXPECT_EQ(12, debug);
-
-  ASSERT_TRUE(vol_apply_setting("numiter=0"));
-  EXPECT_EQ(0, numiter);
-  ASSERT_TRUE(vol_apply_setting("numiter=-4"));
-  EXPECT_EQ(-4, numiter);
-}
-
-TEST_F(SettingsTest, IntervalIsSecondsTimesThousandIn32Bits) {
-  ASSERT_TRUE(vol_apply_setting("interval=5"));
-  EXPECT_EQ(5000, interval);
-  ASSERT_TRUE(vol_apply_setting("interval=0"));
-  EXPECT_EQ(0, interval);
-  ASSERT_TRUE(vol_apply_setting("interval=-2"));
-  EXPECT_EQ(-2000, interval);
-  // 3,000,000 s is 3e9 ms: past INT32_MAX, so the product wraps.
-  ASSERT_TRUE(vol_apply_setting("interval=3000000"));
-  EXPECT_EQ(static_cast<int32_t>(3000000000u), interval);
-  // strtol's long is narrowed first: 2^32 + 7 seconds is 7 seconds.
-  ASSERT_TRUE(vol_apply_setting("interval=4294967303"));
-  EXPECT_EQ(7000, interval);
-}
-
-TEST_F(SettingsTest, WritefileChoices) {
-  struct {
-    const char *setting;
-    int32_t file, details;
-  } cases[] = {
-      {"writefile=no", 0, 0},      {"writefile=details", 1, 1}, {"writefile=header", 1, 0},
-      {"writefile:no", 0, 0},      // the tenth character is never looked at
-      {"writefile", 1, 1},         // nothing after the name: unchanged
-      {"writefile=NO", 1, 1},      // case matters: unchanged
-      {"writefile=nothing", 1, 1}, // exact match only: unchanged
-      {"writefileXno", 0, 0},      // any tenth character, then "no"
-      {"writefiles=no", 1, 1},     // "=no" from the 11th is not "no": unchanged
+// Each setting applied alone (with both writefile flags on), and all the
+// settings it leaves behind.
+TEST_F(SettingsTest, EachSettingAlone) {
+  const settings w{0, 60000, 10, 1, 1}; // the start
+  const std::pair<const char *, settings> cases[] = {
+      // Numbers are what strtol reads.
+      {"debug=3", {3, 60000, 10, 1, 1}},
+      {"debug=x", {0, 60000, 10, 1, 1}},
+      {"debug=12abc", {12, 60000, 10, 1, 1}},
+      {"numiter=-4", {0, 60000, -4, 1, 1}},
+      // Seconds times a thousand, in 32 bits.
+      {"interval=5", {0, 5000, 10, 1, 1}},
+      {"interval=0", {0, 0, 10, 1, 1}},
+      // 3,000,000 s is 3e9 ms: past INT32_MAX, so the product wraps.
+      {"interval=3000000", {0, static_cast<int32_t>(3000000000u), 10, 1, 1}},
+      // strtol's long is narrowed first: 2^32 + 7 seconds is 7 seconds.
+      {"interval=4294967303", {0, 7000, 10, 1, 1}},
+      {"writefile=no", {0, 60000, 10, 0, 0}},
+      {"writefile=details", w},
+      {"writefile=header", {0, 60000, 10, 1, 0}},
+      {"writefile:no", {0, 60000, 10, 0, 0}}, // the tenth character is never looked at
+      {"writefile", w},                        // nothing after the name: unchanged
+      {"writefile=NO", w},                     // case matters
+      {"writefile=nothing", w},                // exact match only
+      {"writefiles=no", w},                    // "=no" from the 11th is not "no"
   };
-  for (const auto &c : cases) {
-    workload_file = 1;
-    workload_details = 1;
-    ASSERT_TRUE(vol_apply_setting(c.setting)) << c.setting;
-    EXPECT_EQ(c.file, workload_file) << c.setting;
-    EXPECT_EQ(c.details, workload_details) << c.setting;
+  for (const auto &[setting, after] : cases) {
+    all() = w;
+    ASSERT_TRUE(vol_apply_setting(setting)) << setting;
+    EXPECT_TRUE(after == settings(all())) << setting;
   }
+  // Later settings override earlier ones.
+  ASSERT_TRUE(vol_apply_setting("debug=3") && vol_apply_setting("debug=1"));
+  EXPECT_EQ(1, debug);
 }
 
 TEST_F(SettingsTest, UnknownSettingsChangeNothing) {
   for (const char *setting : {"verbose=1", "debu", "", "Debug=1", "numiter"}) {
     EXPECT_FALSE(vol_apply_setting(setting)) << setting;
-    settings_snapshot after = current();
-    EXPECT_EQ(0, after.debug);
-    EXPECT_EQ(60000, after.interval);
-    EXPECT_EQ(10, after.numiter);
-    EXPECT_EQ(1, after.workload_file);
-    EXPECT_EQ(0, after.workload_details);
+    EXPECT_TRUE(defaults == settings(all())) << setting;
   }
 }
 

@@ -133,6 +133,7 @@ TEST(CurveRun, OutputsParse) {
   EXPECT_EQ(5, std::count(csv.begin(), csv.end(), '\n'));
 }
 
+// Which sizes are bad is CurveSizes' matter; here only that one ends in 2.
 TEST(CurveRun, BadInputAndUsage) {
   struct {
     std::vector<std::string> args;
@@ -142,8 +143,6 @@ TEST(CurveRun, BadInputAndUsage) {
       {{"-i", "/nonexistent"}, 1, "cannot open /nonexistent/out"},
       {{}, 2, "no trace directory"},
       {{"-i", EXAMPLES + "oltp", "--sizes", "0"}, 2, "bad size"},
-      {{"-i", EXAMPLES + "oltp", "--sizes", "-2"}, 2, "bad size"},
-      {{"-i", EXAMPLES + "oltp", "--sizes", "1099511627777r"}, 2, "bad size"},
       {{"-i", EXAMPLES + "oltp", "--from", "1"}, 2, "go together"},
       {{"-i", EXAMPLES + "oltp", "--from", "2", "--to", "1"}, 2, "--from not above --to"},
       {{"-i", EXAMPLES + "oltp", "--json", "-", "--csv", "-"}, 2, "only one output"},

@@ -1,7 +1,6 @@
 // The zrstat binary: on a file the real daemon wrote under the substitute
 // driver, the numbers fed to the driver come back out; and its command line.
 
-#include <algorithm>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -9,7 +8,7 @@
 
 #include "daemon/daemon_harness.h"
 #include "support/run_binary.h"
-#include "support/stats_file.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -53,21 +52,9 @@ TEST(Zrstat, PrintsWhatTheDaemonWasFed) {
   const nlohmann::json &r = doc[0];
   EXPECT_EQ(0xabcd0123u, r.at("info_word").get<uint32_t>());
   EXPECT_EQ(text.out.substr(0, 19), r.at("local_time").get<std::string>());
-  // Hottest first; equal counts in any order.
-  std::vector<stats_detail> regions;
-  for (const auto &e : r.at("regions"))
-    regions.push_back({e.at("volume").get<uint32_t>(), e.at("region").get<uint64_t>(),
-                       e.at("count").get<uint32_t>()});
-  ASSERT_EQ(21u, regions.size());
-  std::vector<stats_detail> want;
-  for (uint32_t i = 0; i < 10; i++)
-    want.push_back({7, 1000 + i, 40});
-  for (uint32_t i = 0; i < 10; i++)
-    want.push_back({300, 50 + i, 6});
-  std::sort(regions.begin(), regions.begin() + 20);
-  EXPECT_EQ(want, std::vector<stats_detail>(regions.begin(), regions.begin() + 20));
-  EXPECT_EQ(7u, regions[20].volid);
-  EXPECT_EQ(1u, regions[20].acc_cnt);
+  // Which regions the daemon wrote is the daemon's tests' matter, and their
+  // JSON the printing tests'; here only that --details asks for them.
+  EXPECT_EQ(21u, r.at("regions").size());
 
   run_result csv = zrstat({"--csv", box.stats_path()});
   EXPECT_EQ(0, csv.exit_status);
@@ -81,12 +68,11 @@ TEST(Zrstat, CommandLine) {
   scoped_temp_dir dir;
   const std::string empty = dir.write("empty", "");
   const std::string torn = dir.write("torn", std::string(100, '\0'));
-  struct cli_case {
+  const struct {
     std::vector<std::string> args;
     int status;
     std::string out, err; // "*": anything but empty
-  };
-  const cli_case cases[] = {
+  } cases[] = {
       {{empty}, 0, "", ""},
       {{"--csv", "--details", empty}, 0, "", ""},
       {{"--json", empty}, 0, "[]\n", ""},
@@ -95,33 +81,25 @@ TEST(Zrstat, CommandLine) {
       {{dir.file("missing")}, 1, "",
        "zrstat: " + dir.file("missing") + ": No such file or directory\n"},
       {{dir.path()}, 1, "", "zrstat: " + dir.path() + ": Is a directory\n"},
-      {{torn}, 1, "",
-       "zrstat: " + torn +
-           ": torn record at byte 0: the file ends 100 bytes into it, its header asks for 136; "
-           "left out\n"},
       {{"--json", "--csv", empty}, 2, "", "zrstat: --json and --csv exclude each other\n"},
       {{empty, empty}, 2, "", "zrstat: one FILE at most\n"},
       {{"--bogus"}, 2, "", "*"},
   };
-  for (const cli_case &c : cases) {
+  for (const auto &c : cases) {
     run_result r = zrstat(c.args);
     SCOPED_TRACE(c.args[0]);
     EXPECT_EQ(c.status, r.exit_status);
-    if (c.out == "*")
-      EXPECT_NE("", r.out);
-    else
-      EXPECT_EQ(c.out, r.out);
-    if (c.err == "*")
-      EXPECT_NE("", r.err);
-    else
-      EXPECT_EQ(c.err, r.err);
+    EXPECT_TRUE(c.out == "*" ? !r.out.empty() : r.out == c.out) << r.out;
+    EXPECT_TRUE(c.err == "*" ? !r.err.empty() : r.err == c.err) << r.err;
   }
-  // '-' is standard input.
+  // '-' is standard input; a torn record ends in status 1.
   run_result piped =
       run_program("/bin/sh", {"-c", std::string(ZRSTAT_BIN) + " --json - < " + torn});
   EXPECT_EQ(1, piped.exit_status);
   EXPECT_EQ("[]\n", piped.out);
-  EXPECT_EQ(0u, piped.err.find("zrstat: standard input: torn record at byte 0"));
+  EXPECT_EQ("zrstat: standard input: torn record at byte 0: the file ends 100 bytes into it, its header asks "
+            "for 136; left out\n",
+            piped.err);
 }
 
 } // namespace

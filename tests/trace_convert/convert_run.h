@@ -1,23 +1,33 @@
 #pragma once
-// Runs a conversion in-process, as the command line would, on inputs
-// written to a temporary directory, and returns what it produced.
+// Runs the built zrtrace on inputs already written into a temporary
+// directory, converting into its "outdir", and returns what it produced.
 
+#include <cctype>
 #include <string>
 #include <vector>
 
+#include "support/run_binary.h"
 #include "support/temp_dir.h"
 
 struct converted {
   int status = -1;
-  std::string out;        // OUTDIR/out, empty when absent
-  std::string device_map; // OUTDIR/device_map
-  std::string err;        // diagnostics and summary
+  std::string out, device_map; // outdir/out and outdir/device_map, empty when absent
+  std::string err;             // diagnostics and summary
 };
 
-// Converts `inputs` (names of files already written into `dir`) into
-// dir/"outdir" with the command-line options `options`.
-converted convert_in(const scoped_temp_dir &dir, const std::vector<std::string> &options,
-                     const std::vector<std::string> &inputs);
+inline converted convert_in(const scoped_temp_dir &dir, std::vector<std::string> args,
+                            const std::vector<std::string> &inputs) {
+  for (const std::string &input : inputs)
+    args.push_back(dir.file(input));
+  args.push_back(dir.file("outdir"));
+  run_result r = run_program(ZRTRACE_BIN, args);
+  return {r.exit_status, read_file(dir.file("outdir/out")), read_file(dir.file("outdir/device_map")), r.err};
+}
 
 // A text as a test name: letters and digits kept, anything else '_'.
-std::string test_name_of(const char *text);
+inline std::string test_name_of(const char *text) {
+  std::string name;
+  for (const char *p = text; *p != '\0'; ++p)
+    name += isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
+  return name;
+}

@@ -1,29 +1,42 @@
-// Each format on small hand-written traces, with the expected out and
-// device_map worked out from the rules: reads only, byte ranges rounded
-// outward to 512-byte sectors, a "0 0 0 0" line for each 600 s boundary of
-// trace time crossed (counted from the earliest line, read or not), device
-// pairs kept from blkparse and assigned (253, 0, 1, ...) otherwise, sizes
-// from the highest sector read.
+// The converter on small hand-written traces.  Each format, with the
+// expected out and device_map worked out from the rules: reads only, byte
+// ranges rounded outward to 512-byte sectors, a "0 0 0 0" line for each
+// 600 s boundary of trace time crossed (counted from the earliest line, read
+// or not), device pairs kept from blkparse and assigned (253, 0, 1, ...)
+// otherwise, sizes from the highest sector read.  And inputs it must refuse
+// or pass over: a refused conversion names the file and line and leaves the
+// output directory as it was.
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
 #include "trace_convert/convert_run.h"
 
 namespace {
 
-struct format_case {
+struct conversion_case {
   const char *name;
   std::vector<std::string> options;
   const char *file; // the input's name: the single device of a trace without one is named after it
-  const char *input;
-  const char *out;
+  std::string input;
+  const char *out; // with device_map, what status 0 writes
   const char *device_map;
-  const char *summary_line; // a line the summary must hold, or ""
+  const char *err_line; // a line stderr must hold; "zrtrace: IN" names the input's path
+  int status = 0;
+  bool force = true; // over an earlier conversion's out
 };
+
+std::string binary_bytes() {
+  std::string s;
+  for (int i = 0; i < 4096; ++i)
+    s += static_cast<char>((i * 7919 + 13) % 251);
+  return s;
+}
+
+const std::string good_csv = "1538323200,8,16,0,1058\n";
 
 const char blkparse_text[] =
     "  8,0    0        1     0.000000000  100  Q   R 1000 + 8 [fio]\n"
@@ -39,17 +52,17 @@ const char blkparse_text[] =
     " Reads Queued:           2,        8KiB\t Writes Queued:           0,        0KiB\n"
     "Total (8,0):\n";
 
-const format_case cases[] = {
+const char systor_text[] = "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
+                           "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n";
+
+const conversion_case cases[] = {
     // Queued reads at 0 s, 700.5 s and 1900 s: intervals 0, 1 and 3.
-    {"blkparse, queued", {"--no-sysfs"}, "t.blk", blkparse_text,
-     "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 1008\n8:16 8 16 80\n",
+    {"blkparse, queued, named and sized", {"--no-sysfs", "--name", "8,16=data", "--size", "8:0=1048576"}, "t.blk",
+     blkparse_text, "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 2048\ndata 8 16 80\n",
      "lines skipped: 9 (not a read 1, other event 3, not an event line 3, blank 1, zero length 1)"},
     // The one completed read; the trace still runs to 1900 s.
     {"blkparse, completed", {"--no-sysfs", "--event", "C"}, "t.blk", blkparse_text,
      "8 0 1000 8\n0 0 0 0\n0 0 0 0\n0 0 0 0\n", "8:0 8 0 1008\n", "intervals: 4"},
-    {"blkparse, names and sizes",
-     {"--no-sysfs", "--name", "8,16=data", "--size", "8:0=1048576"}, "t.blk", blkparse_text,
-     "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 2048\ndata 8 16 80\n", "devices: 2"},
     // Named columns; bytes 1000-1099 are sectors 1 and 2; the zero-length
     // read at 1200.001 s still extends the trace into interval 2.
     {"csv, named columns",
@@ -70,15 +83,11 @@ const format_case cases[] = {
      "253 0 2 8\n0 0 0 0\n253 1 0 1\n", "hm_0 253 0 10\nhm_1 253 1 1\n", "devices: 2"},
     // The second read is earlier than the first: the window sorts them, and
     // the third is 600.067 s after the earliest.
-    {"systor, sorted in the window", {}, "s.csv",
-     "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
-     "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n",
+    {"systor, sorted in the window", {}, "s.csv", systor_text,
      "253 1 0 16\n253 0 8 8\n0 0 0 0\n253 0 0 1\n", "lun1 253 1 16\nlun0 253 0 16\n", "reads kept: 3"},
     // Without a window the early read is late: it stays in the open
     // interval, and the trace starts at the first read.
-    {"systor, no window", {"--reorder-window", "0"}, "s.csv",
-     "Timestamp,Response,IOType,LUN,Offset,Size\n1456095145.500000000,0.0008,R,0,4096,4096\n"
-     "1456095145.133076000,0.0080,R,1,0,8192\n1456095745.200000000,0.0002,R,0,0,512\n",
+    {"systor, no window", {"--reorder-window", "0"}, "s.csv", systor_text,
      "253 0 8 8\n253 1 0 16\n253 0 0 1\n", "lun0 253 0 16\nlun1 253 1 16\n", "late reads: 1"},
     // The write at ...199 starts the trace; the last read is 601 s later.
     {"tencent", {}, "t.csv", "1538323200,8,16,0,1058\n1538323199,0,8,1,1063\n1538323800,4,4,0,1058\n",
@@ -95,23 +104,67 @@ const format_case cases[] = {
     {"kept intervals", {"--intervals", "1,3"}, "w.trace",
      "0 1 0 8 1\n600000000000 1 8 8 1\n1200000000000 1 16 8 1\n1800000000000 1 24 8 1\n",
      "253 0 8 8\n0 0 0 0\n253 0 24 8\n", "dev1 253 0 32\n", "outside --intervals 2"},
+    // Inputs refused or passed over.
+    {"malformed offset", {}, "IN", good_csv + "1538323200,x,16,0,1058\n" + good_csv, "", "",
+     "zrtrace: IN:2: offset \"x\" is not a number", 1},
+    {"malformed line skipped", {"--skip-bad"}, "IN", good_csv + "1538323200,x,16,0,1058\n" + good_csv,
+     "253 0 8 16\n253 0 8 16\n", "vol1058 253 0 24\n", "lines skipped: 1 (malformed 1)"},
+    // Past the lines the format is guessed from, the line count still holds.
+    {"too few fields after the first lines", {}, "IN", [] {
+       std::string s;
+       for (int i = 0; i < 40; ++i)
+         s += good_csv;
+       return s + "1538323200,8,16,0\n";
+     }(), "", "", "zrtrace: IN:41: 4 fields, expected at least 5", 1},
+    {"truncated blkparse event", {"-f", "blkparse"}, "IN",
+     "  8,0  0  1  0.5  100  Q  R 10 + 8 [fio]\n  8,0  0  2  1.5  100  Q  R 12", "", "",
+     "zrtrace: IN:2: a read event without \"sector + count\"", 1},
+    {"blkparse time", {"-f", "blkparse"}, "IN", "  8,0  0  1  0.5x  100  Q  R 10 + 8 [fio]\n", "", "",
+     "zrtrace: IN:1: time \"0.5x\" is not seconds.nanoseconds", 1},
+    {"garbage text", {}, "IN", "hello world\nthis is not a trace\n", "", "",
+     "zrtrace: IN: cannot tell the format from the first lines; give --format", 1},
+    {"binary as tencent", {"-f", "tencent"}, "IN", binary_bytes(), "", "", "zrtrace: IN:1: ", 1},
+    {"empty, guessed", {}, "IN", "", "", "", "cannot tell the format", 1},
+    {"empty, format given", {"-f", "arc"}, "IN", "", "", "", "warning: no reads kept"},
+    {"line too long", {"-f", "tencent"}, "IN", good_csv + std::string(2 << 20, '1'), "", "",
+     "zrtrace: IN:2: a line longer than 1048576 bytes", 1},
+    {"header lacks a column", {"-f", "csv", "--header", "--offset-col", "off", "--size-col", "len"}, "IN",
+     "a,b\n1,2\n", "", "", "zrtrace: IN:1: the header has no column \"off\"", 1},
+    {"named column without header", {"-f", "csv", "--offset-col", "off", "--size-col", "2"}, "IN", "1,2\n", "", "",
+     "format csv: column \"off\" is named, but the trace has no header (--header)", 1},
+    {"existing output without force", {}, "IN", good_csv, "", "",
+     "/outdir/out exists and is not empty (--force replaces it)", 1, false},
 };
 
-void PrintTo(const format_case &c, std::ostream *os) { *os << c.name; }
+void PrintTo(const conversion_case &c, std::ostream *os) { *os << c.name; }
 
-class format_conversion : public testing::TestWithParam<format_case> {};
+class conversion : public testing::TestWithParam<conversion_case> {};
 
-TEST_P(format_conversion, writes_the_expected_trace) {
-  const format_case &c = GetParam();
+TEST_P(conversion, writes_the_expected_trace_or_nothing) {
+  const conversion_case &c = GetParam();
   scoped_temp_dir dir;
   dir.write(c.file, c.input);
-  converted r = convert_in(dir, c.options, {c.file});
-  ASSERT_EQ(0, r.status) << r.err;
-  EXPECT_EQ(c.out, r.out);
-  EXPECT_EQ(c.device_map, r.device_map);
-  EXPECT_NE(std::string::npos, r.err.find(c.summary_line)) << r.err;
+  dir.write("outdir/out", "previous\n");
+  std::vector<std::string> options = c.options;
+  if (c.force)
+    options.push_back("--force");
+  converted r = convert_in(dir, options, {c.file});
+  std::string message = c.err_line;
+  if (message.starts_with("zrtrace: IN"))
+    message.replace(9, 2, dir.file(c.file));
+  ASSERT_EQ(c.status, r.status) << r.err;
+  EXPECT_NE(std::string::npos, r.err.find(message)) << r.err;
+  if (c.status == 0) {
+    EXPECT_EQ(c.out, r.out);
+    EXPECT_EQ(c.device_map, r.device_map);
+    return;
+  }
+  EXPECT_EQ("previous\n", r.out);
+  // Nothing but the trace files is left behind.
+  for (const auto &entry : std::filesystem::directory_iterator(dir.file("outdir")))
+    EXPECT_TRUE(entry.path().filename() == "out" || entry.path().filename() == "device_map") << entry.path();
 }
 
-INSTANTIATE_TEST_SUITE_P(cases, format_conversion, testing::ValuesIn(cases), [](const auto &info) { return test_name_of(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(cases, conversion, testing::ValuesIn(cases), [](const auto &info) { return test_name_of(info.param.name); });
 
 } // namespace

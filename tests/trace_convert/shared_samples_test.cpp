@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <string>
 
-#include "support/run_binary.h"
-#include "support/temp_dir.h"
 #include "trace_convert/convert_run.h"
 
 namespace {

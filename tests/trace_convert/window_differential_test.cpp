@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "support/temp_dir.h"
 #include "trace_convert/convert_run.h"
 
 namespace {
@@ -23,35 +22,24 @@ struct row {
   uint64_t offset, length; // bytes
 };
 
-std::vector<row> random_trace(std::mt19937_64 *rng, int rows) {
+std::vector<row> random_trace(std::mt19937_64 &rng, int rows) {
   std::vector<row> trace;
   int64_t base = 5000000000;
   for (int i = 0; i < rows; ++i) {
     // Mostly short steps, now and then a gap of several intervals.
-    base += (*rng)() % 50 == 0 ? static_cast<int64_t>((*rng)() % 2000000000) : static_cast<int64_t>((*rng)() % 2000000);
-    int64_t jitter = static_cast<int64_t>((*rng)() % 20000000);
-    uint64_t length = (*rng)() % 20 == 0 ? 0 : (*rng)() % 100000;
-    trace.push_back({base + jitter, static_cast<int>((*rng)() % 5), (*rng)() % 3 != 0, (*rng)() % 1000000000, length});
+    base += static_cast<int64_t>(rng() % 50 == 0 ? rng() % 2000000000 : rng() % 2000000);
+    int64_t jitter = static_cast<int64_t>(rng() % 20000000);
+    uint64_t length = rng() % 20 == 0 ? 0 : rng() % 100000;
+    trace.push_back({base + jitter, static_cast<int>(rng() % 5), rng() % 3 != 0, rng() % 1000000000, length});
   }
   return trace;
-}
-
-std::string csv_of(const std::vector<row> &trace) {
-  std::string text;
-  for (const row &r : trace)
-    text += std::to_string(r.time_us) + "," + std::to_string(r.device) + "," + (r.read ? "R" : "W") + "," +
-            std::to_string(r.offset) + "," + std::to_string(r.length) + "\n";
-  return text;
 }
 
 // The whole trace at once: sort the reads (stably) by time, cut at every
 // 600 s from the earliest row, run the closing lines to the latest row.
 void reference(const std::vector<row> &trace, std::string *out, std::string *device_map) {
-  int64_t first = trace[0].time_us, last = trace[0].time_us;
-  for (const row &r : trace) {
-    first = std::min(first, r.time_us);
-    last = std::max(last, r.time_us);
-  }
+  auto [first, last] = std::minmax_element(trace.begin(), trace.end(),
+                                           [](const row &a, const row &b) { return a.time_us < b.time_us; });
   std::map<int, int> minor; // assigned in order of first read in the input
   std::vector<row> reads;
   for (const row &r : trace)
@@ -60,12 +48,12 @@ void reference(const std::vector<row> &trace, std::string *out, std::string *dev
       reads.push_back(r);
     }
   std::stable_sort(reads.begin(), reads.end(), [](const row &a, const row &b) { return a.time_us < b.time_us; });
-  const int64_t interval_us = 600000000;
+  const int64_t interval_us = 600000000, span = last->time_us - first->time_us;
   int64_t open = 0;
   std::vector<int> order;
   std::map<int, uint64_t> end;
   for (const row &r : reads) {
-    for (; open < (r.time_us - first) / interval_us; ++open)
+    for (; open < (r.time_us - first->time_us) / interval_us; ++open)
       *out += "0 0 0 0\n";
     uint64_t start = r.offset / 512, stop = (r.offset + r.length + 511) / 512;
     *out += "253 " + std::to_string(minor[r.device]) + " " + std::to_string(start) + " " +
@@ -75,7 +63,7 @@ void reference(const std::vector<row> &trace, std::string *out, std::string *dev
     end[r.device] = std::max(end[r.device], stop);
   }
   // A last row exactly on a boundary opens no interval.
-  for (; last > first && open < (last - first - 1) / interval_us; ++open)
+  for (; span > 0 && open < (span - 1) / interval_us; ++open)
     *out += "0 0 0 0\n";
   for (int d : order)
     *device_map += "dev" + std::to_string(d) + " 253 " + std::to_string(minor[d]) + " " + std::to_string(end[d]) + "\n";
@@ -84,9 +72,13 @@ void reference(const std::vector<row> &trace, std::string *out, std::string *dev
 TEST(window_differential, streaming_equals_the_sorted_whole) {
   std::mt19937_64 rng(20261123);
   for (int round = 0; round < 20; ++round) {
-    std::vector<row> trace = random_trace(&rng, 2000);
+    std::vector<row> trace = random_trace(rng, 2000);
+    std::string csv;
+    for (const row &r : trace)
+      csv += std::to_string(r.time_us) + "," + std::to_string(r.device) + "," + (r.read ? "R" : "W") + "," +
+             std::to_string(r.offset) + "," + std::to_string(r.length) + "\n";
     scoped_temp_dir dir;
-    dir.write("t.csv", csv_of(trace));
+    dir.write("t.csv", csv);
     converted r = convert_in(dir,
                              {"-f", "alibaba", "--time-col", "1", "--time-unit", "us", "--device-col", "2",
                               "--op-col", "3", "--offset-col", "4", "--size-col", "5", "--reorder-window", "300"},
