@@ -85,7 +85,7 @@ daemon_sandbox::daemon_sandbox() {
 }
 
 daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadline_seconds,
-                               int nofile_limit) const {
+                               int nofile_limit, long kill_after_us) const {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   // Only the driver is preloaded: in a sanitizer build the runtime, which
   // the daemon links, comes after it, and AddressSanitizer must be told not
@@ -119,6 +119,12 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   // (ECHILD: nothing was forked).
   int wstatus = 0;
   pid_t pid = 0;
+  if (kill_after_us >= 0) {
+    // Reaped now if it has ended, else killed at once as at a deadline.
+    usleep(static_cast<useconds_t>(kill_after_us));
+    pid = waitpid(-1, &wstatus, WNOHANG);
+    deadline_seconds = -1;
+  }
   for (time_t deadline = time(nullptr) + deadline_seconds; pid == 0 && time(nullptr) <= deadline;) {
     timespec pause = {0, 2000000};
     if ((pid = waitpid(-1, &wstatus, WNOHANG)) == 0)
@@ -133,13 +139,21 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   run.timed_out = pid == 0;
   for (const driver_request &r : run.requests) {
     pid_t p = static_cast<pid_t>(r.num("pid"));
-    if (run.timed_out && r.name == "process" && waitpid(p, &wstatus, WNOHANG) == 0) {
+    if (!run.timed_out || r.name != "process")
+      continue;
+    // One that has ended since is reaped as it is.
+    if (pid_t ended = waitpid(p, &wstatus, WNOHANG); ended != 0) {
+      if (ended == p)
+        pid = p;
+      continue;
+    }
+    if (kill_after_us < 0) {
       int64_t before = data_kb(p);
       sleep(1);
       run.data_growth_kb = std::max(run.data_growth_kb, data_kb(p) - before);
-      if (kill(p, SIGKILL) == 0)
-        pid = waitpid(p, &wstatus, 0);
     }
+    if (kill(p, SIGKILL) == 0)
+      pid = waitpid(p, &wstatus, 0);
   }
   run.pid = pid > 0 ? pid : -1;
   run.status = pid > 0 && WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;

@@ -74,9 +74,11 @@ public:
   // Starts the daemon with `args`, waits up to `deadline_seconds` for it to
   // end and collects what it left.  A `nofile_limit` of 0 or more starts it
   // with that many descriptors allowed (RLIMIT_NOFILE, set by a shell that
-  // then runs the daemon in its place).
+  // then runs the daemon in its place).  A `kill_after_us` of 0 or more
+  // kills the daemon with SIGKILL that long after it was started instead of
+  // waiting for it (status -1, signal SIGKILL if it was still running).
   daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60,
-                 int nofile_limit = -1) const;
+                 int nofile_limit = -1, long kill_after_us = -1) const;
 
 private:
   scoped_temp_dir dir_;
