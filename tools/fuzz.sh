@@ -8,7 +8,8 @@
 #   -w  fuzzing processes per target [2, or fewer on a smaller machine]
 #   -b  build directory, configured with clang and ZRIOSTAT_FUZZ=ON if it is
 #       not yet [build-fuzz]
-#   TARGET  trace_scan_fuzz, profiler_fuzz, iostat_pages_fuzz, guid_map_fuzz
+#   TARGET  trace_scan_fuzz, profiler_fuzz, iostat_pages_fuzz, guid_map_fuzz,
+#           stats_file_fuzz
 #           [all of them]
 #
 # Seeds are made afresh at every run from the examples, the tests' inputs
@@ -33,7 +34,7 @@ while getopts "t:w:b:" opt; do
   esac
 done
 shift $((OPTIND - 1))
-all=(trace_scan_fuzz profiler_fuzz iostat_pages_fuzz guid_map_fuzz)
+all=(trace_scan_fuzz profiler_fuzz iostat_pages_fuzz guid_map_fuzz stats_file_fuzz)
 targets=("${@:-${all[@]}}")
 
 if [[ ! -f $build/CMakeCache.txt ]]; then
@@ -47,7 +48,7 @@ build=$(cd "$build" && pwd)
 traces=$src/../shared/traces
 seeds=$build/seeds
 rm -rf "$seeds"
-mkdir -p "$seeds"/{trace_scan_fuzz,profiler_fuzz,iostat_pages_fuzz,guid_map_fuzz}
+mkdir -p "$seeds"/{trace_scan_fuzz,profiler_fuzz,iostat_pages_fuzz,guid_map_fuzz,stats_file_fuzz}
 
 # Reads of a shared trace ("arrival device start size type", type 1 a read)
 # as trace lines of device (8, 16 * device), a separator every 20 lines.
@@ -107,6 +108,19 @@ for name, nvols, debug, answers in [
         ("refused", 2, 0, [answer(2, 0, [])])]:
     open(f"{seeds}/guid_map_fuzz/{name}", "wb").write(
         struct.pack("<HB", nvols, debug) + b"".join(answers))
+# Statistics-file records, big-endian: the 136-byte header, 20 bytes a
+# volume (an 18-byte record each, back to back), then 16 bytes a detail.
+def record(t, details, vols):
+    hdr = struct.pack(">qQQIIII", t, len(details), 120, len(vols), 0, 6, 5)
+    hdr += struct.pack(">QQQQIQIQIII", 10, 0, 0, 10, 40, 20, 6, 20, 6, 1 if details else 0, 3)
+    hdr += struct.pack(">IQ", 2, 10).ljust(136 - len(hdr), b"\0")
+    area = b"".join(struct.pack(">H", v) + bytes(range(v % 200, v % 200 + 16)) for v in vols)
+    area = area.ljust(20 * len(vols), b"\0")
+    return hdr + area + b"".join(struct.pack(">IQI", v, r, c) for v, r, c in details)
+one = record(1795400000, [(7, 1000 + i, 40 - i) for i in range(3)], [7, 263])
+for name, data in [("one", one), ("two", one + record(1795400600, [], [7])),
+                   ("torn", one + one[:100])]:
+    open(f"{seeds}/stats_file_fuzz/{name}", "wb").write(data)
 PY
 
 # ---- Runs ------------------------------------------------------------------
