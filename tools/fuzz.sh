@@ -9,7 +9,7 @@
 #   -b  build directory, configured with clang and ZRIOSTAT_FUZZ=ON if it is
 #       not yet [build-fuzz]
 #   TARGET  trace_scan_fuzz, profiler_fuzz, iostat_pages_fuzz, guid_map_fuzz,
-#           stats_file_fuzz
+#           stats_file_fuzz, trace_convert_fuzz
 #           [all of them]
 #
 # Seeds are made afresh at every run from the examples, the tests' inputs
@@ -34,7 +34,8 @@ while getopts "t:w:b:" opt; do
   esac
 done
 shift $((OPTIND - 1))
-all=(trace_scan_fuzz profiler_fuzz iostat_pages_fuzz guid_map_fuzz stats_file_fuzz)
+all=(trace_scan_fuzz profiler_fuzz iostat_pages_fuzz guid_map_fuzz stats_file_fuzz
+     trace_convert_fuzz)
 targets=("${@:-${all[@]}}")
 
 if [[ ! -f $build/CMakeCache.txt ]]; then
@@ -48,7 +49,7 @@ build=$(cd "$build" && pwd)
 traces=$src/../shared/traces
 seeds=$build/seeds
 rm -rf "$seeds"
-mkdir -p "$seeds"/{trace_scan_fuzz,profiler_fuzz,iostat_pages_fuzz,guid_map_fuzz,stats_file_fuzz}
+mkdir -p "$seeds"/{trace_scan_fuzz,profiler_fuzz,iostat_pages_fuzz,guid_map_fuzz,stats_file_fuzz,trace_convert_fuzz}
 
 # Reads of a shared trace ("arrival device start size type", type 1 a read)
 # as trace lines of device (8, 16 * device), a separator every 20 lines.
@@ -82,6 +83,26 @@ for t in websearch-small tpcc-small; do
     } >"$seeds/profiler_fuzz/$t"
   fi
 done
+
+# Converter inputs: the head of each plain-text sample, once with the
+# format guessed (format byte 255) and once with every format named; and a
+# blkparse text.  The two leading bytes are the format and the flags.
+convert_seed() { # name format-byte flags-byte file
+  { printf "\\$(printf %o "$2")\\$(printf %o "$3")"; head -n 40 "$4"; } \
+    >"$seeds/trace_convert_fuzz/$1"
+}
+for f in "$traces"/*.csv "$traces"/*.trace; do
+  [[ -f $f ]] || continue
+  name=$(basename "$f")
+  convert_seed "$name.guess" 255 0 "$f"
+  for i in 0 1 2 3 4 5 6 7 8; do convert_seed "$name.$i" "$i" 1 "$f"; done
+done
+printf '%s\n' "  8,0    1        1     0.000000000  4242  Q   R 2048 + 8 [fio]" \
+  "  8,0    1        2     0.000010000  4242  C   R 2048 + 8 [fio]" \
+  "  8,16   0        3   700.000000000  4242  Q  WS 4096 + 16 [fio]" \
+  "CPU0 (8,0):" " Reads Queued:           1,        4KiB" >"$seeds/blkparse.txt"
+convert_seed blkparse 255 0 "$seeds/blkparse.txt"
+rm "$seeds/blkparse.txt"
 
 # Driver answers: little-endian binary records, as the targets' comments
 # lay them out.
