@@ -120,6 +120,12 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   int wstatus = 0;
   pid_t pid = 0;
   if (kill_after_us >= 0) {
+    // The time counts from when the daemon has made itself known to the
+    // driver: before that it could not be found to be killed.
+    for (time_t deadline = time(nullptr) + deadline_seconds;
+         read_file(root() + "/requests").find("process pid=") == std::string::npos &&
+         time(nullptr) <= deadline;)
+      usleep(1000);
     // Reaped now if it has ended, else killed at once as at a deadline.
     usleep(static_cast<useconds_t>(kill_after_us));
     pid = waitpid(-1, &wstatus, WNOHANG);

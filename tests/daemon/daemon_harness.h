@@ -75,8 +75,9 @@ public:
   // end and collects what it left.  A `nofile_limit` of 0 or more starts it
   // with that many descriptors allowed (RLIMIT_NOFILE, set by a shell that
   // then runs the daemon in its place).  A `kill_after_us` of 0 or more
-  // kills the daemon with SIGKILL that long after it was started instead of
-  // waiting for it (status -1, signal SIGKILL if it was still running).
+  // kills the daemon with SIGKILL that long after it first spoke to the
+  // driver instead of waiting for it (status -1, signal SIGKILL if it was
+  // still running).  The request log must be new for such a run.
   daemon_run run(const std::vector<std::string> &args, int deadline_seconds = 60,
                  int nofile_limit = -1, long kill_after_us = -1) const;
 
