@@ -3,9 +3,9 @@
 // into the block: no copy and no allocation per line.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "trace_convert/input_stream.h"
 
@@ -28,7 +28,11 @@ public:
 
 private:
   input_stream *in_;
-  std::vector<char> buf_;
+  // Filled by reading before any byte of it is looked at, so it is not
+  // cleared first: clearing 5 MB would cost more than a small file's whole
+  // conversion.
+  std::unique_ptr<char[]> buf_;
+  size_t capacity_;
   size_t begin_ = 0;    // first byte not yet handed out
   size_t scanned_ = 0;  // bytes before this hold no '\n'
   size_t end_ = 0;
