@@ -8,7 +8,7 @@
 // Whatever the bytes: a conversion that succeeds leaves an "out" of lines of
 // four unsigned numbers and a "device_map" of lines "name major minor size";
 // one that fails leaves both files exactly as they were; and no temporary
-// file is ever left behind.  Output files are limited to 4 MB (RLIMIT_FSIZE),
+// file is ever left behind.  Output files are limited to 256 kB (RLIMIT_FSIZE),
 // so a trace whose time jumps far ahead, and so asks for millions of empty
 // intervals, must fail cleanly instead of filling the disk.
 
@@ -56,12 +56,23 @@ void write_all(const std::string &path, const uint8_t *data, size_t size) {
     fault("cannot write the test files");
 }
 
+std::string made_dir;
+
+void remove_work_dir() {
+  for (const char *name : {"/trace/out", "/trace/device_map", "/input"})
+    unlink((made_dir + name).c_str());
+  rmdir((made_dir + "/trace").c_str());
+  rmdir(made_dir.c_str());
+}
+
 const std::string &work_dir() {
   static const std::string dir = [] {
     char name[] = "/tmp/trace_convert_fuzz.XXXXXX";
     if (mkdtemp(name) == nullptr)
       fault("cannot make a work directory");
-    struct rlimit limit = {4 << 20, 4 << 20};
+    made_dir = name;
+    std::atexit(remove_work_dir);
+    struct rlimit limit = {256 << 10, 256 << 10};
     setrlimit(RLIMIT_FSIZE, &limit);
     signal(SIGXFSZ, SIG_IGN); // a write past the limit fails with EFBIG instead
     return std::string(name);
@@ -135,6 +146,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if ((data[1] & 2) != 0)
     options.intervals.reads_per_interval = 3;
   options.sysfs_root.clear(); // never this machine's devices
+  // A small reordering window, so that reads too late for it are met too.
+  options.intervals.reorder_window = 16;
   options.force = true;
 
   FILE *err = fopen("/dev/null", "w");
