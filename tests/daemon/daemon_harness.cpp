@@ -116,7 +116,18 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   run.launcher_err = launcher.err;
 
   // The launcher has exited, so a daemon it forked is our child by now
-  // (ECHILD: nothing was forked).
+  // (ECHILD: nothing was forked).  So may be a helper process of the
+  // launcher's: the leak checker of a sanitizer build stops the world from
+  // a process of its own, which the kernel kills with SIGKILL when the
+  // launcher exits and hands to us.  It is reaped and passed over: killed,
+  // and its pid named neither in the driver's log nor in the daemon's.
+  const auto sanitizer_helper = [this](pid_t p, int status) {
+    const std::string id = "pid=" + std::to_string(p) + "\n";
+    const std::string started = "pid:" + std::to_string(p) + "\n";
+    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL &&
+           read_file(root() + "/requests").find(id) == std::string::npos &&
+           read_file(log_path()).find(started) == std::string::npos;
+  };
   int wstatus = 0;
   pid_t pid = 0;
   if (kill_after_us >= 0) {
@@ -128,13 +139,16 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
       usleep(1000);
     // Reaped now if it has ended, else killed at once as at a deadline.
     usleep(static_cast<useconds_t>(kill_after_us));
-    pid = waitpid(-1, &wstatus, WNOHANG);
+    while ((pid = waitpid(-1, &wstatus, WNOHANG)) > 0 && sanitizer_helper(pid, wstatus)) {
+    }
     deadline_seconds = -1;
   }
   for (time_t deadline = time(nullptr) + deadline_seconds; pid == 0 && time(nullptr) <= deadline;) {
     timespec pause = {0, 2000000};
     if ((pid = waitpid(-1, &wstatus, WNOHANG)) == 0)
       nanosleep(&pause, nullptr);
+    else if (pid > 0 && sanitizer_helper(pid, wstatus))
+      pid = 0;
   }
   run.log = read_file(log_path());
   run.stats = read_file(stats_path());
