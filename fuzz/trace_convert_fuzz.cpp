@@ -80,35 +80,28 @@ const std::string &work_dir() {
   return dir;
 }
 
-void check_out(const std::string &text) {
-  size_t at = 0;
-  while (at < text.size()) {
-    const size_t end = text.find('\n', at);
-    if (end == std::string::npos)
-      fault("out does not end with a newline");
-    const std::string line = text.substr(at, end - at);
-    unsigned long long f[4];
-    int used = -1;
-    if (sscanf(line.c_str(), "%llu %llu %llu %llu%n", &f[0], &f[1], &f[2], &f[3], &used) != 4 ||
-        static_cast<size_t>(used) != line.size() || line.find('-') != std::string::npos)
-      fault("a line of out is not four unsigned numbers");
-    at = end + 1;
+// Calls `well_formed` on each line of `text`, which must end with a newline.
+template <class Check> void check_lines(const std::string &text, const char *file, Check well_formed) {
+  for (size_t at = 0, end; at < text.size(); at = end + 1) {
+    end = text.find('\n', at);
+    if (end == std::string::npos || !well_formed(text.substr(at, end - at))) {
+      std::fprintf(stderr, "trace converter: %s: line at byte %zu\n", file, at);
+      std::abort();
+    }
   }
 }
 
-void check_map(const std::string &text) {
-  size_t at = 0;
-  while (at < text.size()) {
-    const size_t end = text.find('\n', at);
-    if (end == std::string::npos)
-      fault("device_map does not end with a newline");
-    char name[256];
-    unsigned long long major, minor, size;
-    if (sscanf(text.substr(at, end - at).c_str(), "%255s %llu %llu %llu", name, &major, &minor,
-               &size) != 4)
-      fault("a line of device_map is not a device");
-    at = end + 1;
-  }
+bool out_line(const std::string &line) {
+  unsigned long long f[4];
+  int used = -1;
+  return sscanf(line.c_str(), "%llu %llu %llu %llu%n", &f[0], &f[1], &f[2], &f[3], &used) == 4 &&
+         static_cast<size_t>(used) == line.size() && line.find('-') == std::string::npos;
+}
+
+bool map_line(const std::string &line) {
+  char name[256];
+  unsigned long long major, minor, size;
+  return sscanf(line.c_str(), "%255s %llu %llu %llu", name, &major, &minor, &size) == 4;
 }
 
 size_t entries(const std::string &dir) {
@@ -158,8 +151,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string out = read_all(outdir + "/out");
   const std::string map = read_all(outdir + "/device_map");
   if (status == 0) {
-    check_out(out);
-    check_map(map);
+    check_lines(out, "out", out_line);
+    check_lines(map, "device_map", map_line);
   } else if (out != OLD_OUT || map != OLD_MAP) {
     fault("a failed conversion changed the output");
   }
