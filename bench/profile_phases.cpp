@@ -50,7 +50,7 @@ int phases(const std::string &dir, unsigned threads) {
   if (t == nullptr)
     return 1;
   printf("parse pass: %.3f s (%llu reads, %llu region accesses, %u region ids, %zu intervals)\n",
-         parse, (unsigned long long)num_of_reads, (unsigned long long)t->words, t->ids(),
+         parse, (unsigned long long)num_of_reads, (unsigned long long)t->words.size(), t->ids(),
          t->interval_end.size());
 
   // The search's first seven sizes, `threads` replays at a time, each timed
@@ -72,7 +72,7 @@ int phases(const std::string &dir, unsigned threads) {
       r.join();
     for (unsigned i = 0; i < running.size(); i++) {
       printf("replay at %llu regions: %.3f s, %.1f M accesses/s, %.2f %% hits\n",
-             (unsigned long long)plan[k + i].casize, took[i], t->words / took[i] / 1e6,
+             (unsigned long long)plan[k + i].casize, took[i], t->words.size() / took[i] / 1e6,
              100.0 * figures[i].hits / double(figures[i].hits + figures[i].misses));
     }
   }

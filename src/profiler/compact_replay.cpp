@@ -12,6 +12,7 @@
 #include "profiler/compact_replay.h"
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 #include "stats/stathash.h"
@@ -45,7 +46,8 @@ public:
   cache_sim(const replay_trace &t, uint64_t capacity, bool admit_all)
       : t_(t), capacity_(capacity), admit_all_(admit_all), ids_(t.ids(), id_state{0, 0}) {}
 
-  void interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
+  // False when the words' file could not be read.
+  bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
 private:
   void admit(uint32_t id, uint32_t count);
@@ -61,6 +63,7 @@ private:
   uint64_t admissions_ = 0;
   uint32_t threshold_ = 0;
   std::vector<cold_ref> fresh_, merged_;
+  std::unique_ptr<uint32_t[]> buffer_;  // a chunk read from the words' file
 };
 
 void cache_sim::admit(uint32_t id, uint32_t count) {
@@ -80,7 +83,7 @@ void cache_sim::admit(uint32_t id, uint32_t count) {
   ids_[id].slot = n + 1;
 }
 
-void cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
+bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
   threshold_ = t_.threshold[k];
   const uint32_t epoch = k % EPOCHS;
   if (epoch == 0 && k != 0) {
@@ -90,9 +93,12 @@ void cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
   const uint32_t tag = epoch << EPOCH_SHIFT;
   int read = 0; // 0: none open, 1: open, no hit yet, 2: open with a hit
   for (uint64_t i = begin; i < end;) {
-    const uint32_t *chunk = t_.chunks[i / TRACE_CHUNK_WORDS].get();
-    uint64_t at = i % TRACE_CHUNK_WORDS;
-    const uint64_t stop = std::min<uint64_t>(TRACE_CHUNK_WORDS, at + (end - i));
+    const uint64_t chunk_words = t_.words.chunk_words();
+    const uint32_t *chunk = t_.words.chunk(i / chunk_words, &buffer_);
+    if (chunk == nullptr)
+      return false;
+    uint64_t at = i % chunk_words;
+    const uint64_t stop = std::min<uint64_t>(chunk_words, at + (end - i));
     i += stop - at;
     for (; at < stop; at++) {
       const uint32_t w = chunk[at];
@@ -125,6 +131,7 @@ void cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
   f->hits += read == 2;
   f->misses += read == 1;
   age(threshold_);
+  return true;
 }
 
 // A region turns evictable only after two intervals below the threshold, and
@@ -173,7 +180,8 @@ bool vol_replay_compact(const replay_trace &trace, uint64_t capacity, bool admit
   for (uint32_t k = 0; k < trace.interval_end.size(); k++) {
     if (stop.stop_requested())
       return false;
-    sim.interval(begin, trace.interval_end[k], k, figures);
+    if (!sim.interval(begin, trace.interval_end[k], k, figures))
+      return false;
     begin = trace.interval_end[k];
   }
   return true;

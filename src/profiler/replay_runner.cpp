@@ -20,7 +20,9 @@ replay_outcome run_replay(const replay_trace &trace, const replay_request &r, bo
   replay_outcome out{};
   out.pool_failed = pool_failed;
   try {
-    (void)vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop);
+    if (!vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop) &&
+        !stop.stop_requested())
+      out.out_of_memory = true; // the words' file could not be read
   } catch (const std::bad_alloc &) {
     out.out_of_memory = true; // never let it leave a thread
   }

@@ -26,8 +26,8 @@ struct replay_outcome {
   replay_figures figures;
   bool pool_failed;  // the node pool of casize nodes could not be had: the
                      // replay ran with a cache that admits nothing
-  bool out_of_memory;  // the replay's own working memory could not be had:
-                       // the figures are incomplete
+  bool out_of_memory;  // the replay's own working memory, or the words'
+                       // file, could not be had: the figures are incomplete
 };
 
 class replay_runner {

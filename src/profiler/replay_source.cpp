@@ -27,6 +27,10 @@ replay_runner *kept_runner() {
   if (recorded != nullptr) {
     try {
       settled = vol_settle_replay_trace(std::move(recorded));
+      if (settled == nullptr) {
+        literal = true; // the form's file failed: the rest of the run streams
+        return nullptr;
+      }
       runner = std::make_unique<replay_runner>(*settled, vol_replay_threads());
     } catch (const std::bad_alloc &) {
       vol_drop_replay_trace();
@@ -67,6 +71,8 @@ bool replay_once(const char *path, const replay_request &request) {
     if (p == nullptr)
       return false; // too large for the compact form
     std::unique_ptr<replay_trace> trace = vol_settle_replay_trace(std::move(p));
+    if (trace == nullptr)
+      return false;
     replay_runner once(*trace, 1);
     return account(once.take(request), *trace);
   } catch (const std::bad_alloc &) {

@@ -76,18 +76,8 @@ replay_recorder::replay_recorder() : trace_(new replay_trace), keys_(new key_tab
 replay_recorder::~replay_recorder() = default;
 
 void replay_recorder::push(uint32_t w) {
-  replay_trace &t = *trace_;
-  const uint64_t at = t.words % TRACE_CHUNK_WORDS;
-  if (at == 0) {
-    uint32_t *chunk = new (std::nothrow) uint32_t[TRACE_CHUNK_WORDS];
-    if (chunk == nullptr) {
-      ok_ = false;
-      return;
-    }
-    t.chunks.emplace_back(chunk);
-  }
-  t.chunks.back()[at] = w;
-  t.words++;
+  if (!trace_->words.push(w))
+    ok_ = false;
 }
 
 uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
@@ -178,7 +168,7 @@ void replay_recorder::record_line(trace_line *line) {
   }
 }
 
-void replay_recorder::end_interval() { trace_->interval_end.push_back(trace_->words); }
+void replay_recorder::end_interval() { trace_->interval_end.push_back(trace_->words.size()); }
 
 std::unique_ptr<replay_recorder::pending> replay_recorder::finish() {
   end_interval();
@@ -240,11 +230,11 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
       bucket.push_back(static_cast<uint32_t>((s.region + v) % STATHASH_BUCKETS));
     renumber[s.id_plus_one - 1] = id;
   }
-  for (uint64_t i = 0; i < t->words; i++) {
-    uint32_t &w = t->chunks[i / TRACE_CHUNK_WORDS][i % TRACE_CHUNK_WORDS];
-    if (w != TRACE_WRAPPED_READ)
-      w = (w & TRACE_READ_START) | renumber[w & TRACE_ID_MASK];
-  }
+  const bool renumbered = t->words.rewrite([&renumber](uint32_t w) {
+    return w == TRACE_WRAPPED_READ ? w : (w & TRACE_READ_START) | renumber[w & TRACE_ID_MASK];
+  });
+  if (!renumbered)
+    return nullptr;
   t->bucket = std::move(bucket);
   return t;
 }

@@ -7,7 +7,8 @@
 // replay's hash lookups compare), with the top bit set on the first region of
 // each read.  A read whose end wraps past 2^64 (a miss that touches nothing)
 // is the one word TRACE_WRAPPED_READ.  The words are kept in fixed chunks so
-// that growing never copies them: about 4 bytes a region access.
+// that growing never copies them: about 4 bytes a region access, in memory
+// up to a bound and in a temporary file after it (replay_words.h).
 //
 // What the replays need and that does not depend on the cache size is
 // computed once: each id's cache bucket, and each interval's threshold.
@@ -17,6 +18,7 @@
 #include <memory>
 #include <vector>
 
+#include "profiler/replay_words.h"
 #include "profiler/trace_line.h"
 #include "stats/stathash.h"
 
@@ -24,17 +26,14 @@ constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
 constexpr uint32_t TRACE_ID_MASK = 0x7FFFFFFF;
 constexpr uint32_t TRACE_WRAPPED_READ = 0xFFFFFFFF;
 constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x7FFFFFFF is reserved
-constexpr uint64_t TRACE_CHUNK_WORDS = uint64_t{1} << 20;
 
 struct replay_trace {
-  std::vector<std::unique_ptr<uint32_t[]>> chunks; // TRACE_CHUNK_WORDS each
-  uint64_t words = 0;                  // words in all chunks
+  replay_words words;                  // every interval's words, in order
   std::vector<uint64_t> interval_end;  // word offset where each interval ends
   std::vector<uint32_t> bucket;        // per id: the cache table bucket
   std::vector<uint32_t> threshold;     // per interval: its admission threshold
   uint32_t last_threshold = 0;         // the threshold the last interval ran with
 
-  uint32_t word(uint64_t i) const { return chunks[i / TRACE_CHUNK_WORDS][i % TRACE_CHUNK_WORDS]; }
   uint32_t ids() const { return static_cast<uint32_t>(bucket.size()); }
 };
 
@@ -111,6 +110,7 @@ struct replay_recorder::pending {
 // met, the ids of keys that turn out equal are merged, each id's bucket is
 // computed, and the thresholds are taken from wrkload_list (interval k runs
 // with the threshold of the record stamped 600 (k - 1), 0 when none).
+// Null when the words' file failed while the ids were renumbered.
 std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p);
 
 // Reads the replay's view of a whole trace file (no aggregation).  Null when

@@ -100,6 +100,7 @@ protected:
   void TearDown() override {
     reset();
     unsetenv("ZRIOSTAT_REPLAY_THREADS");
+    unsetenv("ZRIOSTAT_REPLAY_MEMORY");
   }
   static void reset() {
     vol_use_literal_replay(false);
@@ -164,7 +165,7 @@ TEST_F(ReplayDifferential, HitsAndMissesAtEverySize) {
   }
 }
 
-TEST_F(ReplayDifferential, WholeReportsOnOneThreadOrTwo) {
+TEST_F(ReplayDifferential, WholeReportsOnOneThreadOrTwoOrFromAFile) {
   std::mt19937_64 rng(7);
   for (int n = 0; n < 12; n++) {
     SCOPED_TRACE("trace " + std::to_string(n));
@@ -180,6 +181,10 @@ TEST_F(ReplayDifferential, WholeReportsOnOneThreadOrTwo) {
       setenv("ZRIOSTAT_REPLAY_THREADS", threads, 1);
       EXPECT_EQ(literal, whole_run(options, false)) << threads << " threads";
     }
+    // No memory for the words: they go to the temporary file.
+    setenv("ZRIOSTAT_REPLAY_MEMORY", "0", 1);
+    EXPECT_EQ(literal, whole_run(options, false)) << "words in a file";
+    unsetenv("ZRIOSTAT_REPLAY_MEMORY");
   }
 }
 

@@ -1,0 +1,81 @@
+#pragma once
+// The words of the compact trace form: fixed chunks in memory up to a bound,
+// the chunks after it in an unlinked temporary file.
+//
+// A busy host's day-long trace can have billions of region accesses; kept
+// whole in memory they would take more than the machine has.  Past the
+// bound, each chunk goes to the file as it fills and the replays read it
+// back a chunk at a time, so memory stays at the bound plus one chunk per
+// replay running, whatever the trace's length.
+//
+// The bound is ZRIOSTAT_REPLAY_MEMORY (MiB; 0 puts every full chunk in the
+// file) when set, else REPLAY_WORDS_DEFAULT_MIB.  The file goes into
+// $TMPDIR, or /tmp.
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+constexpr uint64_t TRACE_CHUNK_WORDS = uint64_t{1} << 20;
+constexpr uint64_t REPLAY_WORDS_DEFAULT_MIB = 1024;
+
+class replay_words {
+public:
+  // The memory bound is taken from the environment now.  Chunks of other
+  // than TRACE_CHUNK_WORDS words are for tests.
+  explicit replay_words(uint64_t chunk_words = TRACE_CHUNK_WORDS);
+  ~replay_words();
+  replay_words(const replay_words &) = delete;
+  replay_words &operator=(const replay_words &) = delete;
+
+  // Appends a word.  False when memory or the file failed: the words are
+  // then incomplete and must not be replayed.
+  bool push(uint32_t w);
+  uint64_t size() const { return words_; }
+  uint64_t chunks() const { return chunks_.size(); }
+  uint64_t chunk_words() const { return chunk_words_; }
+  // Chunks that went to the file.
+  uint64_t spilled() const { return spilled_; }
+
+  // Chunk c's words (chunk_words(), or fewer for the last): in memory,
+  // or read from the file into *buffer (sized here).  Null when the file
+  // cannot be read or the buffer cannot be had.  Safe from several threads
+  // at once, each with its own buffer.
+  const uint32_t *chunk(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const;
+  // Passes every word, in order and in place, through map(word).  False
+  // when the file failed.
+  template <class F>
+  bool rewrite(F map) {
+    std::unique_ptr<uint32_t[]> buffer;
+    for (uint64_t c = 0; c < chunks_.size(); c++) {
+      uint32_t *words = const_cast<uint32_t *>(chunk(c, &buffer));
+      if (words == nullptr)
+        return false;
+      const uint64_t n = words_in(c);
+      for (uint64_t i = 0; i < n; i++)
+        words[i] = map(words[i]);
+      if (chunks_[c] == nullptr && !store(c, words))
+        return false;
+    }
+    return true;
+  }
+
+private:
+  uint64_t words_in(uint64_t c) const {
+    return c + 1 < chunks_.size() ? chunk_words_ : words_ - c * chunk_words_;
+  }
+  // Writes chunk c's words to its place in the file, made if need be.
+  bool store(uint64_t c, const uint32_t *words);
+  bool spill_filled_chunk();
+
+  // Null for a chunk in the file; the last chunk, while it fills, is in
+  // filling_ when past the bound.
+  std::vector<std::unique_ptr<uint32_t[]>> chunks_;
+  std::unique_ptr<uint32_t[]> filling_;
+  uint64_t chunk_words_;
+  uint64_t words_ = 0;
+  uint64_t memory_chunks_;  // chunks allowed in memory
+  uint64_t first_spilled_ = 0;
+  uint64_t spilled_ = 0;
+  int fd_ = -1;
+};
