@@ -3,7 +3,8 @@
 //
 //   profile_phases phases DIR [THREADS]  the reading pass alone, then the
 //                                        search's replays of the compact form,
-//                                        THREADS at once (default 1)
+//                                        THREADS at once (default 1; 0 for
+//                                        the reading pass alone)
 //   profile_phases literal -p -i DIR ... a whole profiler run (same options
 //                                        as zriostatd) with the streaming
 //                                        replay and the old trace input
@@ -53,6 +54,8 @@ int phases(const std::string &dir, unsigned threads) {
          parse, (unsigned long long)num_of_reads, (unsigned long long)t->words.size(), t->ids(),
          t->interval_end.size());
 
+  if (threads == 0)
+    return 0;
   // The search's first seven sizes, `threads` replays at a time, each timed
   // on its own.
   std::vector<replay_request> plan = vol_search_plan(casize);
