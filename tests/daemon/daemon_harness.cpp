@@ -128,8 +128,6 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
            read_file(root() + "/requests").find(id) == std::string::npos &&
            read_file(log_path()).find(started) == std::string::npos;
   };
-  int wstatus = 0;
-  pid_t pid = 0;
   if (kill_after_us >= 0) {
     // The time counts from when the daemon has made itself known to the
     // driver: before that it could not be found to be killed.
@@ -139,16 +137,17 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
       usleep(1000);
     // Reaped now if it has ended, else killed at once as at a deadline.
     usleep(static_cast<useconds_t>(kill_after_us));
-    while ((pid = waitpid(-1, &wstatus, WNOHANG)) > 0 && sanitizer_helper(pid, wstatus)) {
-    }
     deadline_seconds = -1;
   }
-  for (time_t deadline = time(nullptr) + deadline_seconds; pid == 0 && time(nullptr) <= deadline;) {
-    timespec pause = {0, 2000000};
-    if ((pid = waitpid(-1, &wstatus, WNOHANG)) == 0)
-      nanosleep(&pause, nullptr);
-    else if (pid > 0 && sanitizer_helper(pid, wstatus))
+  int wstatus = 0;
+  pid_t pid = 0;
+  for (time_t deadline = time(nullptr) + deadline_seconds; pid == 0;) {
+    if ((pid = waitpid(-1, &wstatus, WNOHANG)) > 0 && sanitizer_helper(pid, wstatus))
       pid = 0;
+    else if (pid == 0 && time(nullptr) > deadline)
+      break;
+    else if (pid == 0)
+      usleep(2000);
   }
   run.log = read_file(log_path());
   run.stats = read_file(stats_path());

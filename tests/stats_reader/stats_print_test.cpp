@@ -3,6 +3,7 @@
 // the JSON read back against the records.
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -74,27 +75,11 @@ printed print(std::string bytes, stats_options opt) {
 
 const stats_options TEXT_DETAILS{STATS_TEXT, true, false};
 
-TEST(StatsPrint, TornTailAtEveryOffsetOfTheLastRecord) {
-  const std::string whole = record(0) + record(1);
-  const printed before = print(whole, TEXT_DETAILS);
-  ASSERT_EQ(0, before.status);
-  ASSERT_EQ("", before.err);
-  const std::string file = whole + record(2);
-  for (size_t cut = whole.size() + 1; cut < file.size(); cut++) {
-    printed p = print(file.substr(0, cut), TEXT_DETAILS);
-    ASSERT_EQ(1, p.status) << cut;
-    ASSERT_EQ(before.out, p.out) << cut;
-    ASSERT_EQ(0u, p.err.find("zrstat: F: torn record at byte " + std::to_string(whole.size()) +
-                             ": the file ends " + std::to_string(cut - whole.size()) +
-                             " bytes into it"))
-        << p.err;
-  }
-}
-
-// A record no writer makes, between two good ones: the first is printed,
-// the reading stops at the bad one.  Counts reaching past the end of the
-// file look like a torn tail and are read only as far as the file goes.
-TEST(StatsPrint, ImpossibleRecordsStopTheReading) {
+// After a good record: a torn tail, cut at every byte of the last record,
+// and records no writer makes.  The first record is printed, the reading
+// stops at what follows it.  Counts reaching past the end of the file look
+// like a torn tail and are read only as far as the file goes.
+TEST(StatsPrint, TornAndImpossibleRecordsStopTheReading) {
   struct bad_case {
     const char *name;
     std::vector<std::pair<size_t, uint64_t>> be64; // (offset, value) stores
@@ -118,8 +103,15 @@ TEST(StatsPrint, ImpossibleRecordsStopTheReading) {
       {"DetailsPastTheEnd",
        {{WL_OFF_WL_COUNT, uint64_t{1} << 40}, {WL_OFF_NREGIONS, uint64_t{1} << 40}}, {}, 0, "torn"},
   };
-  const std::string first = record(0);
+  const std::string first = record(0), at = " record at byte " + std::to_string(first.size());
   const printed want = print(first, TEXT_DETAILS);
+  ASSERT_EQ(0, want.status);
+  ASSERT_EQ("", want.err);
+  std::vector<std::array<std::string, 3>> tails; // name, what follows, the verdict's start
+  const std::string last = record(2);
+  for (size_t cut = 1; cut < last.size(); cut++)
+    tails.push_back({"cut at " + std::to_string(cut), last.substr(0, cut),
+                     "torn" + at + ": the file ends " + std::to_string(cut) + " bytes into it"});
   for (const bad_case &c : cases) {
     std::string bad = record(1);
     auto *p = reinterpret_cast<unsigned char *>(bad.data());
@@ -127,13 +119,13 @@ TEST(StatsPrint, ImpossibleRecordsStopTheReading) {
       vol_put_be64(p + off, v);
     for (auto [off, v] : c.be32)
       vol_put_be32(p + off, v);
-    printed got =
-        print(first + (c.keep != 0 ? bad.substr(0, c.keep) : bad + record(2)), TEXT_DETAILS);
-    EXPECT_EQ(1, got.status) << c.name;
-    EXPECT_EQ(want.out, got.out) << c.name;
-    EXPECT_EQ(0u, got.err.find(std::string("zrstat: F: ") + c.verdict + " record at byte " +
-                               std::to_string(first.size())))
-        << c.name << ": " << got.err;
+    tails.push_back({c.name, c.keep != 0 ? bad.substr(0, c.keep) : bad + record(2), c.verdict + at});
+  }
+  for (const auto &[name, tail, verdict] : tails) {
+    printed got = print(first + tail, TEXT_DETAILS);
+    ASSERT_EQ(1, got.status) << name;
+    ASSERT_EQ(want.out, got.out) << name;
+    ASSERT_EQ(0u, got.err.find("zrstat: F: " + verdict)) << name << ": " << got.err;
   }
 }
 

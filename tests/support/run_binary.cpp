@@ -1,11 +1,9 @@
 #include "support/run_binary.h"
 
-#include <cerrno>
 #include <csignal>
-#include <cstring>
+#include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,38 +46,15 @@ std::vector<char *> c_strings(std::vector<std::string> &strings) {
   return result;
 }
 
-// Reads both pipes until both are closed or the deadline passes; closes
-// both read ends either way.
-bool drain(int out_fd, int err_fd, run_result *result, time_t deadline) {
-  pollfd fds[2] = {{out_fd, POLLIN, 0}, {err_fd, POLLIN, 0}};
-  std::string *sinks[2] = {&result->out, &result->err};
-  int open_count = 2;
+// Everything written to `f`, which it then closes.
+std::string contents(FILE *f) {
+  std::string text;
   char buf[65536];
-  auto give_up = [&fds] {
-    for (pollfd &p : fds)
-      if (p.fd >= 0)
-        close(p.fd);
-    return false;
-  };
-  while (open_count > 0) {
-    if (time(nullptr) > deadline)
-      return give_up();
-    if (poll(fds, 2, 1000) < 0 && errno != EINTR)
-      return give_up();
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || fds[i].revents == 0)
-        continue;
-      ssize_t n = read(fds[i].fd, buf, sizeof buf);
-      if (n > 0) {
-        sinks[i]->append(buf, static_cast<size_t>(n));
-      } else if (n == 0 || errno != EINTR) {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        --open_count;
-      }
-    }
-  }
-  return true;
+  rewind(f);
+  for (size_t n; (n = fread(buf, 1, sizeof buf, f)) > 0;)
+    text.append(buf, n);
+  fclose(f);
+  return text;
 }
 
 } // namespace
@@ -87,46 +62,43 @@ bool drain(int out_fd, int err_fd, run_result *result, time_t deadline) {
 run_result run_program(const std::string &program, const std::vector<std::string> &args,
                        const run_options &options) {
   run_result result;
-  int out_pipe[2], err_pipe[2];
-  if (pipe2(out_pipe, O_CLOEXEC) != 0 || pipe2(err_pipe, O_CLOEXEC) != 0)
-    return result;
-
   std::vector<std::string> argv_strings = {program};
   argv_strings.insert(argv_strings.end(), args.begin(), args.end());
   std::vector<std::string> env_strings = merged_environment(options.env);
   std::vector<char *> argv = c_strings(argv_strings);
   std::vector<char *> envp = c_strings(env_strings);
 
+  // The output goes to unlinked files, not pipes: nothing needs draining
+  // while the child runs, and a daemon it leaves behind is not waited for.
+  FILE *out = tmpfile(), *err = tmpfile();
+  if (out == nullptr || err == nullptr)
+    abort();
+  fcntl(fileno(out), F_SETFD, FD_CLOEXEC);
+  fcntl(fileno(err), F_SETFD, FD_CLOEXEC);
   pid_t pid = fork();
   if (pid == 0) {
-    dup2(out_pipe[1], STDOUT_FILENO);
-    dup2(err_pipe[1], STDERR_FILENO);
-    int null_fd = open("/dev/null", O_RDONLY);
-    dup2(null_fd, STDIN_FILENO);
+    dup2(fileno(out), STDOUT_FILENO);
+    dup2(fileno(err), STDERR_FILENO);
+    dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0)
       _exit(126);
     execve(program.c_str(), argv.data(), envp.data());
     _exit(127);
   }
-  close(out_pipe[1]);
-  close(err_pipe[1]);
-  if (pid < 0) {
-    close(out_pipe[0]);
-    close(err_pipe[0]);
-    return result;
-  }
-
-  bool finished = drain(out_pipe[0], err_pipe[0], &result, time(nullptr) + options.timeout_seconds);
-  if (!finished)
-    kill(pid, SIGKILL);
+  // Past the deadline the child is killed with SIGKILL.
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status)) {
+  pid_t ended = 0;
+  for (time_t deadline = time(nullptr) + options.timeout_seconds;
+       pid > 0 && (ended = waitpid(pid, &status, WNOHANG)) == 0 && time(nullptr) <= deadline;)
+    usleep(1000);
+  if (pid > 0 && ended == 0 && kill(pid, SIGKILL) == 0)
+    ended = waitpid(pid, &status, 0);
+  result.out = contents(out);
+  result.err = contents(err);
+  if (ended == pid && WIFEXITED(status))
     result.exit_status = WEXITSTATUS(status);
-  } else if (WIFSIGNALED(status)) {
+  else if (ended == pid && WIFSIGNALED(status))
     result.signal = WTERMSIG(status);
-  }
   return result;
 }
 
