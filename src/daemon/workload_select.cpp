@@ -112,29 +112,35 @@ void print_workload(const wrkload_rec *rec) {
 
 } // namespace
 
-void vol_calc_workload(iostat_ctx *ctx) {
-  wrkload_rec *rec = &ctx->wrkload;
-  std::memcpy(&rec->info_word, ctx, sizeof(rec->info_word));
-
-  const uint64_t n = ctx->store.count;
+wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n) {
+  std::memcpy(&ctx->wrkload.info_word, ctx, sizeof(ctx->wrkload.info_word));
   if (n < MIN_REGIONS) {
     if (debug >= 1) {
       volpfmt(stderr, VOL_PFMT_DEBUG, ":0:No or very few I/O's (%u) captured to calculate workload\n",
               static_cast<unsigned>(n));
     }
-    return;
+    return nullptr;
   }
-
   auto *regions = static_cast<wrkload_ent *>(zrvmutil_xmalloc(n * sizeof(wrkload_ent)));
+  if (regions == nullptr && debug >= 4) {
+    volpfmt(stderr, VOL_PFMT_DEBUG, "Failed to allocate memory in vol_calc_workload\n");
+  }
+  return regions;
+}
+
+void vol_calc_workload(iostat_ctx *ctx) {
+  const uint64_t n = ctx->store.count;
+  wrkload_ent *regions = vol_begin_workload(ctx, n);
   if (regions == nullptr) {
-    if (debug >= 4) {
-      volpfmt(stderr, VOL_PFMT_DEBUG, "Failed to allocate memory in vol_calc_workload\n");
-    }
     return;
   }
   copy_heads(&ctx->store, regions, n);
   std::qsort(regions, n, sizeof(wrkload_ent), cmp_acc_cnt);
+  vol_select_ranked_workload(ctx, regions, n);
+}
 
+void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n) {
+  wrkload_rec *rec = &ctx->wrkload;
   // The band: from more than 5 % to at most 40 % of the regions down the
   // ranking; a fall is measured over 5 % of the regions.
   const uint64_t p = n / 100;

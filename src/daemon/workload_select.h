@@ -45,6 +45,15 @@ struct wrkload_rec {
 // With 99 entries or fewer, or when the copy cannot be allocated, the record
 // is left as it was (info_word aside).  Debug lines at levels 1 and 4.
 void vol_calc_workload(iostat_ctx *ctx);
+// The two halves of vol_calc_workload, for a caller that ranks the regions
+// itself.  vol_begin_workload takes info_word and returns an array for `n`
+// regions, or null (the record left as it was) when n is 99 or fewer or the
+// array cannot be had.  The caller fills it as the store's walk (buckets in
+// ascending order, each chain newest first) followed by a stable sort on
+// descending count would have, and hands it to vol_select_ranked_workload,
+// which keeps it in the record.
+wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n);
+void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n);
 
 // Frees `regions` and zeroes every field but info_word and threshold, which
 // carry over into the next cycle or interval.

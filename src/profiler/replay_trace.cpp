@@ -3,8 +3,11 @@
 
 #include "profiler/replay_trace.h"
 
+#include <algorithm>
 #include <new>
 
+#include "daemon/iostat_ctx.h"
+#include "daemon/workload_select.h"
 #include "profiler/device_table.h"
 #include "profiler/lru_replay.h"
 #include "profiler/trace_input.h"
@@ -115,16 +118,53 @@ uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
   return s.id_plus_one - 1;
 }
 
-void replay_recorder::store_interval_counts(stathash *store, stat_pool_cursor *cursor) {
-  for (uint64_t i : keys_->counted) {
-    const key_table::slot &s = keys_->slots[i];
-    stat_ent *e = vol_stathash_pool_carve(store, cursor);
-    if (e == nullptr)
-      continue; // out of memory, message printed: the region goes uncounted
-    e->region = s.region;
-    e->acc_cnt = s.count;
-    e->volid = s.device;
-    vol_stathash_add(e, store);
+void replay_recorder::rank_interval(iostat_ctx *ctx) {
+  const std::vector<uint64_t> &counted = keys_->counted;
+  const uint64_t n = counted.size();
+  if (wrkload_ent *regions = vol_begin_workload(ctx, n)) {
+    // The store would chain the regions in the order first met, each at its
+    // bucket's head, and walk the buckets in ascending order; the sort is
+    // stable on descending count.  So the ranking is by count descending,
+    // then bucket ascending, then first meeting descending: one packed key
+    // each while the fields fit, which they do but for freak intervals.
+    uint32_t max_count = 0;
+    for (uint64_t i : counted)
+      max_count = std::max(max_count, keys_->slots[i].count);
+    auto bucket = [](const key_table::slot &s) { return (s.region + s.device) % STATHASH_BUCKETS; };
+    constexpr unsigned ORDER_BITS = 21;
+    constexpr unsigned BUCKET_BITS = 19;
+    static_assert(STATHASH_BUCKETS <= uint64_t{1} << BUCKET_BITS);
+    constexpr uint64_t ORDER_MAX = (uint64_t{1} << ORDER_BITS) - 1;
+    constexpr uint64_t COUNT_MAX = (uint64_t{1} << (64 - ORDER_BITS - BUCKET_BITS)) - 1;
+    if (n <= ORDER_MAX + 1 && max_count <= COUNT_MAX) {
+      ranking_.resize(n);
+      for (uint64_t k = 0; k < n; k++) {
+        const key_table::slot &s = keys_->slots[counted[k]];
+        ranking_[k] = (COUNT_MAX - s.count) << (ORDER_BITS + BUCKET_BITS) | bucket(s) << ORDER_BITS |
+                      (ORDER_MAX - k);
+      }
+      std::sort(ranking_.begin(), ranking_.end());
+      for (uint64_t &key : ranking_)
+        key = ORDER_MAX - (key & ORDER_MAX);
+    } else {
+      ranking_.resize(n);
+      for (uint64_t k = 0; k < n; k++)
+        ranking_[k] = k;
+      std::sort(ranking_.begin(), ranking_.end(), [&](uint64_t a, uint64_t b) {
+        const key_table::slot &x = keys_->slots[counted[a]];
+        const key_table::slot &y = keys_->slots[counted[b]];
+        if (x.count != y.count)
+          return x.count > y.count;
+        if (bucket(x) != bucket(y))
+          return bucket(x) < bucket(y);
+        return a > b;
+      });
+    }
+    for (uint64_t k = 0; k < n; k++) {
+      const key_table::slot &s = keys_->slots[counted[ranking_[k]]];
+      regions[k] = wrkload_ent{s.region, s.count, s.device};
+    }
+    vol_select_ranked_workload(ctx, regions, n);
   }
   keys_->counted.clear();
   epoch_++;

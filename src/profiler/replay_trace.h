@@ -22,6 +22,8 @@
 #include "profiler/trace_line.h"
 #include "stats/stathash.h"
 
+struct iostat_ctx;
+
 constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
 constexpr uint32_t TRACE_ID_MASK = 0x7FFFFFFF;
 constexpr uint32_t TRACE_WRAPPED_READ = 0xFFFFFFFF;
@@ -64,11 +66,10 @@ public:
   uint32_t count_access(uint32_t volid16, uint64_t region);
   // Starts fetching the table slot of (volid16, region) into the cache.
   void prefetch(uint32_t volid16, uint64_t region) const;
-  // Fills `store` (empty) with the current interval's counts as counting
-  // access by access would have left it: one entry per region, carved
-  // through `cursor` and added in the order the regions were first met.
-  // Then starts the next interval.
-  void store_interval_counts(stathash *store, stat_pool_cursor *cursor);
+  // Selects the current interval's workload into ctx's record from the
+  // counts, ranked as the region store's walk and sort would rank them,
+  // then starts the next interval.
+  void rank_interval(iostat_ctx *ctx);
   void add_region(uint32_t id) {
     push(id | start_);
     start_ = 0;
@@ -92,6 +93,7 @@ private:
   std::unique_ptr<replay_trace> trace_;
   std::unique_ptr<key_table> keys_;
   std::vector<std::pair<int32_t, int32_t>> new_devices_; // (major, minor) in order met
+  std::vector<uint64_t> ranking_; // rank_interval's sort keys
   uint32_t start_ = 0;
   uint32_t epoch_ = 1;
   bool ok_ = true;

@@ -153,10 +153,9 @@ private:
   size_t head_ = 0;
 };
 
-// The end of one of the trace input's intervals: its workload is selected
-// and kept, and the store emptied.
-void end_interval(iostat_ctx *ctx, uint64_t elapsed) {
-  vol_calc_workload(ctx);
+// The end of one of the trace input's intervals, its workload selected: the
+// workload is kept and the store emptied.
+void keep_interval(iostat_ctx *ctx, uint64_t elapsed) {
   vol_add_workload(&ctx->wrkload, elapsed);
   vol_stathash_reset(&ctx->store);
   // The node holds a copy of the record; its regions array goes now (and
@@ -362,9 +361,6 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
   trace_line counted{};
   trace_line replayed{};
   uint64_t elapsed = INTERVAL_SECONDS;
-  // Every interval starts a chunk of its own, even if it carves nothing.
-  stat_pool_cursor cursor{};
-  (void)vol_stathash_pool_append_chunk(&ctx->store, &cursor);
   scanned_lines ahead(&reader, &replay);
   trace_line scanned;
   int n;
@@ -374,11 +370,9 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
     const bool same = same_fields(counted, replayed);
     switch (vol_trace_line_kind(&counted)) {
     case trace_line_kind::separator:
-      replay.store_interval_counts(&ctx->store, &cursor);
-      end_interval(ctx, elapsed);
+      replay.rank_interval(ctx);
+      keep_interval(ctx, elapsed);
       elapsed += INTERVAL_SECONDS;
-      cursor = stat_pool_cursor{};
-      (void)vol_stathash_pool_append_chunk(&ctx->store, &cursor);
       counted = trace_line{};
       break;
     case trace_line_kind::skip:
@@ -391,8 +385,8 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
     }
     replay.record_line(&replayed);
   }
-  replay.store_interval_counts(&ctx->store, &cursor);
-  end_interval(ctx, elapsed);
+  replay.rank_interval(ctx);
+  keep_interval(ctx, elapsed);
   vol_keep_replay_trace(replay.finish());
   finish_input(elapsed);
   return true;
@@ -409,7 +403,8 @@ void read_intervals(FILE *trace, iostat_ctx *ctx) {
   do {
     elapsed += INTERVAL_SECONDS;
     status = vol_read_btfile(trace, &ctx->store);
-    end_interval(ctx, elapsed);
+    vol_calc_workload(ctx);
+    keep_interval(ctx, elapsed);
   } while (status != -1);
   finish_input(elapsed);
 }
