@@ -5,6 +5,7 @@
 #include "common/tool_cli.h"
 #include "trace_convert/conversion.h"
 #include "trace_convert/convert_options.h"
+#include "trace_convert/signal_cleanup.h"
 
 int main(int argc, char **argv) {
   convert_options options;
@@ -16,6 +17,7 @@ int main(int argc, char **argv) {
   case parse_outcome::run:
     break;
   }
+  cleanup_on_signal();
   conversion_summary summary;
   int status = run_conversion(options, stderr, &summary);
   if (status == TOOL_EXIT_OK)

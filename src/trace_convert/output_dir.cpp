@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "trace_convert/signal_cleanup.h"
+
 bool output_dir::fail(const std::string &what) {
   if (error_.empty())
     error_ = what + ": " + strerror(errno);
@@ -27,6 +29,8 @@ output_dir::~output_dir() {
     if (!map_tmp_.empty())
       unlink(map_tmp_.c_str());
   }
+  cleanup_forget(out_slot_);
+  cleanup_forget(map_slot_);
 }
 
 bool output_dir::open(const std::string &dir, bool force) {
@@ -48,12 +52,14 @@ bool output_dir::open(const std::string &dir, bool force) {
     out_tmp_.clear();
     return fail("cannot create a file in " + dir);
   }
+  out_slot_ = cleanup_register(out_tmp_);
   map_tmp_ = dir + "/.device_map.XXXXXX";
   map_fd_ = mkostemp(map_tmp_.data(), O_CLOEXEC);
   if (map_fd_ < 0) {
     map_tmp_.clear();
     return fail("cannot create a file in " + dir);
   }
+  map_slot_ = cleanup_register(map_tmp_);
   // mkstemp makes 0600 files; a trace is as readable as any other file.
   mode_t mask = umask(0);
   umask(mask);
@@ -85,8 +91,12 @@ bool output_dir::commit() {
   if (rename(map_tmp_.c_str(), (dir_ + "/device_map").c_str()) != 0)
     return fail("cannot rename into " + dir_ + "/device_map");
   map_tmp_.clear();
+  cleanup_forget(map_slot_);
+  map_slot_ = -1;
   if (rename(out_tmp_.c_str(), (dir_ + "/out").c_str()) != 0)
     return fail("cannot rename into " + dir_ + "/out");
+  cleanup_forget(out_slot_);
+  out_slot_ = -1;
   committed_ = true;
   return true;
 }

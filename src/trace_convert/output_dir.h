@@ -2,7 +2,8 @@
 // The converter's output directory: "out" and "device_map" are written to
 // temporary files beside them and renamed into place only when both are
 // complete, so a failed or interrupted conversion never leaves a
-// half-written trace where the profiler would read it.
+// half-written trace where the profiler would read it, nor (with
+// cleanup_on_signal) a temporary file when a signal ends the converter.
 
 #include <string>
 #include <string_view>
@@ -36,6 +37,7 @@ private:
   std::string dir_;
   std::string out_tmp_, map_tmp_;
   int out_fd_ = -1, map_fd_ = -1;
+  int out_slot_ = -1, map_slot_ = -1; // their cleanup on a signal
   bool committed_ = false;
   std::string error_;
 };
