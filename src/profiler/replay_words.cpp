@@ -35,34 +35,29 @@ int open_spill_file() {
   return fd;
 }
 
-bool whole_pwrite(int fd, const void *data, size_t n, off_t at) {
-  const char *p = static_cast<const char *>(data);
-  while (n > 0) {
-    const ssize_t done = pwrite(fd, p, n, at);
-    if (done < 0 && errno == EINTR)
+// Runs op(offset into the data, bytes left, file offset) until all `n`
+// bytes are moved; false on an error or an early end of file.
+template <class Op>
+bool move_all(size_t n, off_t at, Op op) {
+  for (size_t done = 0; done < n;) {
+    const ssize_t moved = op(done, n - done, at + static_cast<off_t>(done));
+    if (moved < 0 && errno == EINTR)
       continue;
-    if (done <= 0)
+    if (moved <= 0)
       return false;
-    p += done;
-    n -= static_cast<size_t>(done);
-    at += done;
+    done += static_cast<size_t>(moved);
   }
   return true;
 }
 
+bool whole_pwrite(int fd, const void *data, size_t n, off_t at) {
+  const char *p = static_cast<const char *>(data);
+  return move_all(n, at, [fd, p](size_t i, size_t left, off_t off) { return pwrite(fd, p + i, left, off); });
+}
+
 bool whole_pread(int fd, void *data, size_t n, off_t at) {
   char *p = static_cast<char *>(data);
-  while (n > 0) {
-    const ssize_t done = pread(fd, p, n, at);
-    if (done < 0 && errno == EINTR)
-      continue;
-    if (done <= 0)
-      return false;
-    p += done;
-    n -= static_cast<size_t>(done);
-    at += done;
-  }
-  return true;
+  return move_all(n, at, [fd, p](size_t i, size_t left, off_t off) { return pread(fd, p + i, left, off); });
 }
 
 } // namespace
