@@ -125,43 +125,16 @@ void replay_recorder::rank_interval(iostat_ctx *ctx) {
     // The store would chain the regions in the order first met, each at its
     // bucket's head, and walk the buckets in ascending order; the sort is
     // stable on descending count.  So the ranking is by count descending,
-    // then bucket ascending, then first meeting descending: one packed key
-    // each while the fields fit, which they do but for freak intervals.
-    uint32_t max_count = 0;
-    for (uint64_t i : counted)
-      max_count = std::max(max_count, keys_->slots[i].count);
-    auto bucket = [](const key_table::slot &s) { return (s.region + s.device) % STATHASH_BUCKETS; };
-    constexpr unsigned ORDER_BITS = 21;
-    constexpr unsigned BUCKET_BITS = 19;
-    static_assert(STATHASH_BUCKETS <= uint64_t{1} << BUCKET_BITS);
-    constexpr uint64_t ORDER_MAX = (uint64_t{1} << ORDER_BITS) - 1;
-    constexpr uint64_t COUNT_MAX = (uint64_t{1} << (64 - ORDER_BITS - BUCKET_BITS)) - 1;
-    if (n <= ORDER_MAX + 1 && max_count <= COUNT_MAX) {
-      ranking_.resize(n);
-      for (uint64_t k = 0; k < n; k++) {
-        const key_table::slot &s = keys_->slots[counted[k]];
-        ranking_[k] = (COUNT_MAX - s.count) << (ORDER_BITS + BUCKET_BITS) | bucket(s) << ORDER_BITS |
-                      (ORDER_MAX - k);
-      }
-      std::sort(ranking_.begin(), ranking_.end());
-      for (uint64_t &key : ranking_)
-        key = ORDER_MAX - (key & ORDER_MAX);
-    } else {
-      ranking_.resize(n);
-      for (uint64_t k = 0; k < n; k++)
-        ranking_[k] = k;
-      std::sort(ranking_.begin(), ranking_.end(), [&](uint64_t a, uint64_t b) {
-        const key_table::slot &x = keys_->slots[counted[a]];
-        const key_table::slot &y = keys_->slots[counted[b]];
-        if (x.count != y.count)
-          return x.count > y.count;
-        if (bucket(x) != bucket(y))
-          return bucket(x) < bucket(y);
-        return a > b;
-      });
-    }
+    // then bucket ascending, then first meeting descending: one key each.
+    ranking_.resize(n);
     for (uint64_t k = 0; k < n; k++) {
-      const key_table::slot &s = keys_->slots[counted[ranking_[k]]];
+      const key_table::slot &s = keys_->slots[counted[k]];
+      const uint64_t bucket = (s.region + s.device) % STATHASH_BUCKETS;
+      ranking_[k] = rank_key{uint64_t{UINT32_MAX - s.count} << 32 | bucket, UINT64_MAX - k};
+    }
+    std::sort(ranking_.begin(), ranking_.end());
+    for (uint64_t k = 0; k < n; k++) {
+      const key_table::slot &s = keys_->slots[counted[UINT64_MAX - ranking_[k].met]];
       regions[k] = wrkload_ent{s.region, s.count, s.device};
     }
     vol_select_ranked_workload(ctx, regions, n);

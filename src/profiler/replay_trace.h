@@ -93,7 +93,14 @@ private:
   std::unique_ptr<replay_trace> trace_;
   std::unique_ptr<key_table> keys_;
   std::vector<std::pair<int32_t, int32_t>> new_devices_; // (major, minor) in order met
-  std::vector<uint64_t> ranking_; // rank_interval's sort keys
+  struct rank_key {
+    uint64_t count_bucket; // (2^32 - 1 - count) << 32 | bucket
+    uint64_t met;          // 2^64 - 1 - the order first met
+    bool operator<(const rank_key &o) const {
+      return count_bucket != o.count_bucket ? count_bucket < o.count_bucket : met < o.met;
+    }
+  };
+  std::vector<rank_key> ranking_; // rank_interval's sort keys
   uint32_t start_ = 0;
   uint32_t epoch_ = 1;
   bool ok_ = true;
