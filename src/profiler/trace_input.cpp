@@ -154,10 +154,9 @@ private:
 };
 
 // The end of one of the trace input's intervals, its workload selected: the
-// workload is kept and the store emptied.
+// workload is kept.
 void keep_interval(iostat_ctx *ctx, uint64_t elapsed) {
   vol_add_workload(&ctx->wrkload, elapsed);
-  vol_stathash_reset(&ctx->store);
   // The node holds a copy of the record; its regions array goes now (and
   // the copy's pointer with it, so that nothing can follow it).  The
   // threshold stays, so an interval without a cut inherits the last one.
@@ -404,6 +403,7 @@ void read_intervals(FILE *trace, iostat_ctx *ctx) {
     elapsed += INTERVAL_SECONDS;
     status = vol_read_btfile(trace, &ctx->store);
     vol_calc_workload(ctx);
+    vol_stathash_reset(&ctx->store); // only this path fills the store
     keep_interval(ctx, elapsed);
   } while (status != -1);
   finish_input(elapsed);
