@@ -28,7 +28,7 @@ replay_runner *kept_runner() {
     try {
       settled = vol_settle_replay_trace(std::move(recorded));
       if (settled == nullptr) {
-        literal = true; // the form's file failed: the rest of the run streams
+        literal = true; // the form could not be settled: the rest of the run streams
         return nullptr;
       }
       runner = std::make_unique<replay_runner>(*settled, vol_replay_threads());

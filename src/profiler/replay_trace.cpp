@@ -13,6 +13,7 @@
 #include "profiler/trace_input.h"
 #include "profiler/trace_pieces.h"
 #include "profiler/trace_scan.h"
+#include "common/zeroed_pages.h"
 #include "stats/stathash.h"
 
 namespace {
@@ -34,7 +35,7 @@ struct replay_recorder::key_table {
     uint32_t epoch;       // the trace input's interval (from 1) of count
     uint32_t count;
   };
-  std::vector<slot> slots = std::vector<slot>(1 << 16);
+  zeroed_array<slot> slots; // a power of two long once anything was added
   uint64_t used = 0;
   std::vector<uint64_t> counted; // slots counted in the current interval, in order
 
@@ -50,9 +51,11 @@ struct replay_recorder::key_table {
     return i;
   }
   // The slot of the key; a new key takes the id `fresh` (*added set).
+  // NO_SLOT when the table could not grow.
+  static constexpr uint64_t NO_SLOT = UINT64_MAX;
   uint64_t find_or_add(uint32_t device, uint64_t region, uint32_t fresh, bool *added) {
-    if ((used + 1) * 4 > slots.size() * 3)
-      grow();
+    if ((used + 1) * 4 > slots.size() * 3 && !grow())
+      return NO_SLOT;
     const uint64_t i = probe(device, region);
     *added = slots[i].id_plus_one == 0;
     if (*added) {
@@ -61,8 +64,10 @@ struct replay_recorder::key_table {
     }
     return i;
   }
-  void grow() {
-    std::vector<slot> old(slots.size() * 2);
+  bool grow() {
+    zeroed_array<slot> old;
+    if (!old.map(slots.size() == 0 ? uint64_t{1} << 16 : slots.size() * 2))
+      return false;
     old.swap(slots);
     for (const slot &s : old) {
       if (s.id_plus_one != 0)
@@ -70,6 +75,7 @@ struct replay_recorder::key_table {
     }
     for (uint64_t &i : counted)
       i = probe(old[i].device, old[i].region);
+    return true;
   }
 };
 
@@ -85,29 +91,33 @@ void replay_recorder::push(uint32_t w) {
 
 uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
   bool added;
-  const uint32_t next = static_cast<uint32_t>(trace_->bucket.size());
-  const uint64_t i = keys_->find_or_add(device, region, next, &added);
-  if (added) {
-    if (next >= TRACE_MAX_IDS)
-      ok_ = false;
-    // The bucket of a known device is final already; a new device's is set
-    // when it is settled.
-    trace_->bucket.push_back(static_cast<uint32_t>((region + device) % STATHASH_BUCKETS));
+  const uint64_t i = keys_->find_or_add(device, region, ids_, &added);
+  if (i == key_table::NO_SLOT) {
+    ok_ = false;
+    counting_ok_ = false;
+    return i;
   }
+  if (added && ids_++ >= TRACE_MAX_IDS)
+    ok_ = false;
   return i;
 }
 
 void replay_recorder::prefetch(uint32_t volid16, uint64_t region) const {
+  if (keys_->slots.size() == 0)
+    return;
   const uint64_t mask = keys_->slots.size() - 1;
   __builtin_prefetch(&keys_->slots[key_table::hash(volid16, region) & mask], 1);
 }
 
 uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
-  return keys_->slots[slot_of(volid16, region)].id_plus_one - 1;
+  const uint64_t i = slot_of(volid16, region);
+  return i == key_table::NO_SLOT ? 0 : keys_->slots[i].id_plus_one - 1;
 }
 
 uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
   const uint64_t i = slot_of(volid16, region);
+  if (i == key_table::NO_SLOT)
+    return 0;
   key_table::slot &s = keys_->slots[i];
   if (s.epoch != epoch_) {
     s.epoch = epoch_;
@@ -122,21 +132,17 @@ void replay_recorder::rank_interval(iostat_ctx *ctx) {
   const std::vector<uint64_t> &counted = keys_->counted;
   const uint64_t n = counted.size();
   if (wrkload_ent *regions = vol_begin_workload(ctx, n)) {
-    // The store would chain the regions in the order first met, each at its
-    // bucket's head, and walk the buckets in ascending order; the sort is
-    // stable on descending count.  So the ranking is by count descending,
-    // then bucket ascending, then first meeting descending: one key each.
-    ranking_.resize(n);
+    // The counted slots lie anywhere in a table far larger than the
+    // processor's caches: each is fetched some way ahead of its use.
+    constexpr uint64_t AHEAD = 16;
+    met_.resize(n);
     for (uint64_t k = 0; k < n; k++) {
+      if (k + AHEAD < n)
+        __builtin_prefetch(&keys_->slots[counted[k + AHEAD]]);
       const key_table::slot &s = keys_->slots[counted[k]];
-      const uint64_t bucket = (s.region + s.device) % STATHASH_BUCKETS;
-      ranking_[k] = rank_key{uint64_t{UINT32_MAX - s.count} << 32 | bucket, UINT64_MAX - k};
+      met_[k] = wrkload_ent{s.region, s.count, s.device};
     }
-    std::sort(ranking_.begin(), ranking_.end());
-    for (uint64_t k = 0; k < n; k++) {
-      const key_table::slot &s = keys_->slots[counted[UINT64_MAX - ranking_[k].met]];
-      regions[k] = wrkload_ent{s.region, s.count, s.device};
-    }
+    ranking_.rank(met_.data(), n, regions);
     vol_select_ranked_workload(ctx, regions, n);
   }
   keys_->counted.clear();
@@ -219,8 +225,16 @@ void take_thresholds(replay_trace *t) {
 std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p) {
   std::unique_ptr<replay_trace> t = std::move(p->trace);
   take_thresholds(t.get());
-  if (p->new_devices.empty())
+  const replay_recorder::key_table &keys = *p->keys;
+
+  if (p->new_devices.empty()) {
+    t->bucket.resize(keys.used);
+    for (const auto &s : keys.slots) {
+      if (s.id_plus_one != 0)
+        t->bucket[s.id_plus_one - 1] = static_cast<uint32_t>((s.region + s.device) % STATHASH_BUCKETS);
+    }
     return t;
+  }
 
   // The replay would create these devices as it met them, in this order.
   std::vector<uint32_t> volid16;
@@ -230,14 +244,16 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
   // Keys of new devices may now equal keys recorded under a known device's
   // volid16: renumber every id by its final key.
   replay_recorder::key_table final_keys;
-  std::vector<uint32_t> renumber(t->bucket.size());
+  std::vector<uint32_t> renumber(keys.used);
   std::vector<uint32_t> bucket;
-  for (const auto &s : p->keys->slots) {
+  for (const auto &s : keys.slots) {
     if (s.id_plus_one == 0)
       continue;
     const uint32_t v = s.device >= NEW_DEVICE_KEY ? volid16[s.device - NEW_DEVICE_KEY] : s.device;
     bool added;
     const uint64_t i = final_keys.find_or_add(v, s.region, static_cast<uint32_t>(bucket.size()), &added);
+    if (i == replay_recorder::key_table::NO_SLOT)
+      return nullptr;
     const uint32_t id = final_keys.slots[i].id_plus_one - 1;
     if (added)
       bucket.push_back(static_cast<uint32_t>((s.region + v) % STATHASH_BUCKETS));

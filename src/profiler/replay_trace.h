@@ -18,6 +18,7 @@
 #include <memory>
 #include <vector>
 
+#include "profiler/interval_ranking.h"
 #include "profiler/replay_words.h"
 #include "profiler/trace_line.h"
 #include "stats/stathash.h"
@@ -32,7 +33,7 @@ constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x7FFFFFFF is reserved
 struct replay_trace {
   replay_words words;                  // every interval's words, in order
   std::vector<uint64_t> interval_end;  // word offset where each interval ends
-  std::vector<uint32_t> bucket;        // per id: the cache table bucket
+  std::vector<uint32_t> bucket;        // per id: the cache table bucket (set when settled)
   std::vector<uint32_t> threshold;     // per interval: its admission threshold
   uint32_t last_threshold = 0;         // the threshold the last interval ran with
 
@@ -78,6 +79,9 @@ public:
   // False when the trace needs more ids than a word can hold or memory ran
   // out; the form is then unusable.
   bool ok() const { return ok_; }
+  // False when the key table could not grow: count_access then lost
+  // accesses, and the counts are incomplete as well as the form.
+  bool counting_ok() const { return counting_ok_; }
 
   // Ends the last interval (end of file) and hands the form over, keeping
   // the devices to settle.  Null when !ok().
@@ -93,17 +97,13 @@ private:
   std::unique_ptr<replay_trace> trace_;
   std::unique_ptr<key_table> keys_;
   std::vector<std::pair<int32_t, int32_t>> new_devices_; // (major, minor) in order met
-  struct rank_key {
-    uint64_t count_bucket; // (2^32 - 1 - count) << 32 | bucket
-    uint64_t met;          // 2^64 - 1 - the order first met
-    bool operator<(const rank_key &o) const {
-      return count_bucket != o.count_bucket ? count_bucket < o.count_bucket : met < o.met;
-    }
-  };
-  std::vector<rank_key> ranking_; // rank_interval's sort keys
+  std::vector<wrkload_ent> met_; // the interval's counted regions, in the order met
+  interval_ranking ranking_;
+  uint32_t ids_ = 0; // ids given so far
   uint32_t start_ = 0;
   uint32_t epoch_ = 1;
   bool ok_ = true;
+  bool counting_ok_ = true;
 };
 
 // A recorded trace whose new devices and thresholds are not settled yet.
@@ -119,7 +119,7 @@ struct replay_recorder::pending {
 // met, the ids of keys that turn out equal are merged, each id's bucket is
 // computed, and the thresholds are taken from wrkload_list (interval k runs
 // with the threshold of the record stamped 600 (k - 1), 0 when none).
-// Null when the words' file failed while the ids were renumbered.
+// Null when memory or the words' file failed while the ids were renumbered.
 std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p);
 
 // Reads the replay's view of a whole trace file (no aggregation).  Null when

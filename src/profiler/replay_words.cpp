@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -78,45 +79,43 @@ bool replay_words::store(uint64_t c, const uint32_t *words) {
 }
 
 bool replay_words::spill_filled_chunk() {
-  if (!store(chunks_.size() - 1, filling_.get()))
+  if (!store(chunks_.size() - 1, static_cast<const uint32_t *>(filling_.data())))
     return false;
   spilled_++;
   return true;
 }
 
-bool replay_words::push(uint32_t w) {
-  const uint64_t at = words_ % chunk_words_;
-  if (at == 0) {
-    // A new chunk: in memory while the bound allows, else in filling_.
-    if (chunks_.size() < memory_chunks_) {
-      uint32_t *chunk = new (std::nothrow) uint32_t[chunk_words_];
-      if (chunk == nullptr)
+bool replay_words::start_chunk() {
+  const uint64_t bytes = chunk_words_ * sizeof(uint32_t);
+  if (chunks_.size() < memory_chunks_) {
+    zeroed_pages chunk;
+    if (!chunk.map(bytes))
+      return false;
+    chunks_.push_back(std::move(chunk));
+    cursor_ = static_cast<uint32_t *>(chunks_.back().data());
+  } else {
+    if (filling_.data() == nullptr) {
+      if (!filling_.map(bytes))
         return false;
-      chunks_.emplace_back(chunk);
-    } else {
-      if (filling_ == nullptr) {
-        filling_.reset(new (std::nothrow) uint32_t[chunk_words_]);
-        if (filling_ == nullptr)
-          return false;
-        first_spilled_ = chunks_.size();
-      }
-      chunks_.emplace_back(nullptr);
+      first_spilled_ = chunks_.size();
     }
+    chunks_.emplace_back();
+    cursor_ = static_cast<uint32_t *>(filling_.data());
   }
-  uint32_t *chunk = chunks_.back() != nullptr ? chunks_.back().get() : filling_.get();
-  chunk[at] = w;
-  words_++;
-  if (at + 1 == chunk_words_ && chunks_.back() == nullptr)
-    return spill_filled_chunk();
+  end_ = cursor_ + chunk_words_;
   return true;
 }
 
-const uint32_t *replay_words::chunk(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const {
-  if (chunks_[c] != nullptr)
-    return chunks_[c].get();
-  // The last chunk is still in filling_ until it is full.
+uint32_t *replay_words::in_memory(uint64_t c) const {
+  if (chunks_[c].data() != nullptr)
+    return static_cast<uint32_t *>(chunks_[c].data());
+  // The last chunk stays in filling_ until it is full.
   if (c + 1 == chunks_.size() && words_in(c) < chunk_words_)
-    return filling_.get();
+    return static_cast<uint32_t *>(filling_.data());
+  return nullptr;
+}
+
+uint32_t *replay_words::read_back(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const {
   if (*buffer == nullptr) {
     buffer->reset(new (std::nothrow) uint32_t[chunk_words_]);
     if (*buffer == nullptr)
@@ -126,4 +125,10 @@ const uint32_t *replay_words::chunk(uint64_t c, std::unique_ptr<uint32_t[]> *buf
   if (!whole_pread(fd_, buffer->get(), words_in(c) * sizeof(uint32_t), at))
     return nullptr;
   return buffer->get();
+}
+
+const uint32_t *replay_words::chunk(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const {
+  if (const uint32_t *words = in_memory(c))
+    return words;
+  return read_back(c, buffer);
 }

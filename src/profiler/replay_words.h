@@ -16,6 +16,8 @@
 #include <memory>
 #include <vector>
 
+#include "common/zeroed_pages.h"
+
 constexpr uint64_t TRACE_CHUNK_WORDS = uint64_t{1} << 20;
 constexpr uint64_t REPLAY_WORDS_DEFAULT_MIB = 1024;
 
@@ -30,7 +32,13 @@ public:
 
   // Appends a word.  False when memory or the file failed: the words are
   // then incomplete and must not be replayed.
-  bool push(uint32_t w);
+  bool push(uint32_t w) {
+    if (cursor_ == end_ && !start_chunk())
+      return false;
+    *cursor_++ = w;
+    words_++;
+    return cursor_ != end_ || chunks_.back().bytes() != 0 || spill_filled_chunk();
+  }
   uint64_t size() const { return words_; }
   uint64_t chunks() const { return chunks_.size(); }
   uint64_t chunk_words() const { return chunk_words_; }
@@ -48,13 +56,14 @@ public:
   bool rewrite(F map) {
     std::unique_ptr<uint32_t[]> buffer;
     for (uint64_t c = 0; c < chunks_.size(); c++) {
-      uint32_t *words = const_cast<uint32_t *>(chunk(c, &buffer));
-      if (words == nullptr)
+      uint32_t *words = in_memory(c);
+      const bool in_file = words == nullptr;
+      if (in_file && (words = read_back(c, &buffer)) == nullptr)
         return false;
       const uint64_t n = words_in(c);
       for (uint64_t i = 0; i < n; i++)
         words[i] = map(words[i]);
-      if (chunks_[c] == nullptr && !store(c, words))
+      if (in_file && !store(c, words))
         return false;
     }
     return true;
@@ -64,14 +73,23 @@ private:
   uint64_t words_in(uint64_t c) const {
     return c + 1 < chunks_.size() ? chunk_words_ : words_ - c * chunk_words_;
   }
+  // Chunk c's words where they are in memory, else null.
+  uint32_t *in_memory(uint64_t c) const;
+  // Reads chunk c from the file into *buffer (sized here); null on failure.
+  uint32_t *read_back(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const;
   // Writes chunk c's words to its place in the file, made if need be.
   bool store(uint64_t c, const uint32_t *words);
+  // Gives the next word a place: a new chunk in memory while the bound
+  // allows, else filling_.
+  bool start_chunk();
   bool spill_filled_chunk();
 
-  // Null for a chunk in the file; the last chunk, while it fills, is in
-  // filling_ when past the bound.
-  std::vector<std::unique_ptr<uint32_t[]>> chunks_;
-  std::unique_ptr<uint32_t[]> filling_;
+  // Unmapped for a chunk whose place is in the file: such a chunk, while it
+  // is the last, fills in filling_ and goes to the file once full.
+  std::vector<zeroed_pages> chunks_;
+  zeroed_pages filling_;
+  uint32_t *cursor_ = nullptr; // where the next word goes
+  uint32_t *end_ = nullptr;    // the end of the chunk it goes into
   uint64_t chunk_words_;
   uint64_t words_ = 0;
   uint64_t memory_chunks_;  // chunks allowed in memory

@@ -128,6 +128,7 @@ public:
 
 private:
   static constexpr size_t AHEAD = 16;
+  static constexpr uint64_t PREFETCHED_REGIONS = 4;
   struct line {
     trace_line fields;
     int n; // -1: past the end
@@ -144,8 +145,16 @@ private:
     if (l.n != 4 || l.fields.length == 0)
       return;
     const volid_ent *e = vol_find_device(l.fields.major, l.fields.minor);
-    if (e != nullptr)
-      replay_->prefetch(static_cast<uint32_t>(e->uniq_id) & 0xFFFF, l.fields.start >> REGION_SHIFT);
+    if (e == nullptr)
+      return;
+    // The first few regions: most reads span no more.
+    uint64_t first;
+    uint64_t last;
+    if (!vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
+      return;
+    const uint32_t key = static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
+    for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)
+      replay_->prefetch(key, r);
   }
   trace_piece_reader *reader_;
   replay_recorder *replay_;
@@ -378,6 +387,8 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
       break;
     case trace_line_kind::request:
       count_request(&counted, &replay, same);
+      if (!replay.counting_ok())
+        return false;
       if (same)
         continue;
       break;
