@@ -15,6 +15,7 @@
 #include <memory>
 #include <vector>
 
+#include "common/zeroed_pages.h"
 #include "stats/stathash.h"
 
 namespace {
@@ -23,6 +24,7 @@ constexpr uint32_t STATE_MASK = ~CACHE_COUNT_MASK;
 constexpr unsigned EPOCH_SHIFT = 28;   // an id's count word: epoch tag | count
 constexpr uint32_t EPOCHS = 16;
 constexpr unsigned SEQ_BITS = 44;      // eviction key: inverted bucket | admission
+constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
 struct id_state {
   uint32_t count;  // (interval & 15) << 28 | accesses in that interval (mod 2^28)
@@ -44,8 +46,10 @@ struct cold_ref {
 class cache_sim {
 public:
   cache_sim(const replay_trace &t, uint64_t capacity, bool admit_all)
-      : t_(t), capacity_(capacity), admit_all_(admit_all), ids_(t.ids(), id_state{0, 0}) {}
+      : t_(t), capacity_(capacity), admit_all_(admit_all) {}
 
+  // False when the per-id states could not be had.
+  bool start() { return ids_.map(t_.ids() == 0 ? 1 : t_.ids()); }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
@@ -56,7 +60,7 @@ private:
   const replay_trace &t_;
   uint64_t capacity_;
   bool admit_all_;
-  std::vector<id_state> ids_;
+  zeroed_array<id_state> ids_;
   std::vector<node> nodes_;
   std::vector<cold_ref> cold_;  // in eviction order from cold_next_ on
   size_t cold_next_ = 0;
@@ -101,6 +105,17 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     const uint64_t stop = std::min<uint64_t>(chunk_words, at + (end - i));
     i += stop - at;
     for (; at < stop; at++) {
+      // The ids' states lie anywhere in an array larger than the processor's
+      // caches: each is fetched some words ahead of its use.
+      // A cached one's node is fetched too, once its state has arrived.
+      if (at + PREFETCH_DISTANCE < stop) {
+        const uint32_t ahead = chunk[at + PREFETCH_DISTANCE] & TRACE_ID_MASK;
+        if (ahead < ids_.size())
+          __builtin_prefetch(&ids_[ahead]);
+        const uint32_t nearer = chunk[at + PREFETCH_DISTANCE / 2] & TRACE_ID_MASK;
+        if (nearer < ids_.size() && ids_[nearer].slot != 0)
+          __builtin_prefetch(&nodes_[ids_[nearer].slot - 1]);
+      }
       const uint32_t w = chunk[at];
       if ((w & TRACE_READ_START) != 0) {
         f->hits += read == 2;
@@ -176,6 +191,8 @@ bool vol_replay_compact(const replay_trace &trace, uint64_t capacity, bool admit
                         replay_figures *figures, std::stop_token stop) {
   *figures = replay_figures{};
   cache_sim sim(trace, capacity, admit_all);
+  if (!sim.start())
+    return false;
   uint64_t begin = 0;
   for (uint32_t k = 0; k < trace.interval_end.size(); k++) {
     if (stop.stop_requested())
