@@ -45,14 +45,17 @@ int phases(const std::string &dir, unsigned threads) {
   auto *ctx = static_cast<iostat_ctx *>(zrvmutil_xmalloc(sizeof(iostat_ctx)));
   auto t0 = std::chrono::steady_clock::now();
   vol_process_trace_input(f, ctx);
-  const replay_trace *t = vol_kept_replay_trace();
   const double parse = seconds_since(t0);
+  t0 = std::chrono::steady_clock::now();
+  const replay_trace *t = vol_kept_replay_trace();
+  const double settle = seconds_since(t0);
   fclose(f);
   if (t == nullptr)
     return 1;
   printf("parse pass: %.3f s (%llu reads, %llu region accesses, %u region ids, %zu intervals)\n",
          parse, (unsigned long long)num_of_reads, (unsigned long long)t->words.size(), t->ids(),
          t->interval_end.size());
+  printf("settling: %.3f s\n", settle);
 
   if (threads == 0)
     return 0;

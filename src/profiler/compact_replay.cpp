@@ -21,19 +21,13 @@
 namespace {
 
 constexpr uint32_t STATE_MASK = ~CACHE_COUNT_MASK;
-constexpr unsigned EPOCH_SHIFT = 28;   // an id's count word: epoch tag | count
-constexpr uint32_t EPOCHS = 16;
+constexpr uint32_t BUSY = 1; // in a node's state: read to the threshold this interval
 constexpr unsigned SEQ_BITS = 44;      // eviction key: inverted bucket | admission
 constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
-struct id_state {
-  uint32_t count;  // (interval & 15) << 28 | accesses in that interval (mod 2^28)
-  uint32_t slot;   // node + 1 while cached, else 0
-};
-
 struct node {
   uint32_t id;
-  uint32_t acc;    // cache state | hits (28 bits, saturating)
+  uint32_t acc;    // cache state | BUSY
   uint64_t key;    // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
 };
 
@@ -43,34 +37,39 @@ struct cold_ref {
   bool operator<(const cold_ref &o) const { return key < o.key; }
 };
 
+// Which cached regions were busy in an interval, the one thing the ageing
+// asks of the counts, follows from the words' TRACE_ADMIT marks: a region
+// read to the threshold in the interval has the mark on its last access
+// then, which either hits its node or admits it; a region never read that
+// far has no mark at all.  So no count is kept here, and a hit only reads
+// the id's slot.
 class cache_sim {
 public:
   cache_sim(const replay_trace &t, uint64_t capacity, bool admit_all)
       : t_(t), capacity_(capacity), admit_all_(admit_all) {}
 
-  // False when the per-id states could not be had.
-  bool start() { return ids_.map(t_.ids() == 0 ? 1 : t_.ids()); }
+  // False when the per-id slots could not be had.
+  bool start() { return slots_.map(t_.ids() == 0 ? 1 : t_.ids()); }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
 private:
-  void admit(uint32_t id, uint32_t count);
+  void admit(uint32_t id, bool busy);
   void age(uint32_t threshold);
 
   const replay_trace &t_;
   uint64_t capacity_;
   bool admit_all_;
-  zeroed_array<id_state> ids_;
+  zeroed_array<uint32_t> slots_; // per id: its node + 1 while cached, else 0
   std::vector<node> nodes_;
   std::vector<cold_ref> cold_;  // in eviction order from cold_next_ on
   size_t cold_next_ = 0;
   uint64_t admissions_ = 0;
-  uint32_t threshold_ = 0;
   std::vector<cold_ref> fresh_, merged_;
   std::unique_ptr<uint32_t[]> buffer_;  // a chunk read from the words' file
 };
 
-void cache_sim::admit(uint32_t id, uint32_t count) {
+void cache_sim::admit(uint32_t id, bool busy) {
   uint32_t n;
   if (nodes_.size() < capacity_) {
     n = static_cast<uint32_t>(nodes_.size());
@@ -79,22 +78,15 @@ void cache_sim::admit(uint32_t id, uint32_t count) {
     if (cold_next_ == cold_.size())
       return; // full, nothing evictable
     n = cold_[cold_next_++].node;
-    ids_[nodes_[n].id].slot = 0;
+    slots_[nodes_[n].id] = 0;
   }
   const uint64_t bucket = t_.bucket[id];
-  nodes_[n] = node{id, (count & CACHE_COUNT_MASK) | CACHE_HOT,
+  nodes_[n] = node{id, CACHE_HOT | (busy ? BUSY : 0),
                    (STATHASH_BUCKETS - 1 - bucket) << SEQ_BITS | admissions_++};
-  ids_[id].slot = n + 1;
+  slots_[id] = n + 1;
 }
 
 bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
-  threshold_ = t_.threshold[k];
-  const uint32_t epoch = k % EPOCHS;
-  if (epoch == 0 && k != 0) {
-    for (id_state &s : ids_)
-      s.count = 0;
-  }
-  const uint32_t tag = epoch << EPOCH_SHIFT;
   int read = 0; // 0: none open, 1: open, no hit yet, 2: open with a hit
   for (uint64_t i = begin; i < end;) {
     const uint64_t chunk_words = t_.words.chunk_words();
@@ -105,16 +97,12 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     const uint64_t stop = std::min<uint64_t>(chunk_words, at + (end - i));
     i += stop - at;
     for (; at < stop; at++) {
-      // The ids' states lie anywhere in an array larger than the processor's
+      // The slots lie anywhere in an array larger than the processor's
       // caches: each is fetched some words ahead of its use.
-      // A cached one's node is fetched too, once its state has arrived.
       if (at + PREFETCH_DISTANCE < stop) {
         const uint32_t ahead = chunk[at + PREFETCH_DISTANCE] & TRACE_ID_MASK;
-        if (ahead < ids_.size())
-          __builtin_prefetch(&ids_[ahead]);
-        const uint32_t nearer = chunk[at + PREFETCH_DISTANCE / 2] & TRACE_ID_MASK;
-        if (nearer < ids_.size() && ids_[nearer].slot != 0)
-          __builtin_prefetch(&nodes_[ids_[nearer].slot - 1]);
+        if (ahead < slots_.size())
+          __builtin_prefetch(&slots_[ahead]);
       }
       const uint32_t w = chunk[at];
       if ((w & TRACE_READ_START) != 0) {
@@ -128,24 +116,20 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
         read = 1;
       }
       const uint32_t id = w & TRACE_ID_MASK;
-      id_state &s = ids_[id];
-      const uint32_t count =
-          (s.count & STATE_MASK) == tag ? ((s.count + 1) & CACHE_COUNT_MASK) : 1;
-      s.count = tag | count;
-      if (s.slot != 0) {
+      const bool marked = (w & TRACE_ADMIT) != 0;
+      if (const uint32_t slot = slots_[id]) {
         read = 2;
-        uint32_t &acc = nodes_[s.slot - 1].acc;
-        if ((acc & CACHE_COUNT_MASK) != CACHE_COUNT_MASK)
-          acc += 1;
+        if (marked)
+          nodes_[slot - 1].acc |= BUSY;
         continue;
       }
-      if (admit_all_ || count >= threshold_)
-        admit(id, count);
+      if (admit_all_ || marked)
+        admit(id, marked);
     }
   }
   f->hits += read == 2;
   f->misses += read == 1;
-  age(threshold_);
+  age(t_.threshold[k]);
   return true;
 }
 
@@ -155,7 +139,8 @@ void cache_sim::age(uint32_t threshold) {
   fresh_.clear();
   for (uint32_t n = 0; n < nodes_.size(); n++) {
     node &e = nodes_[n];
-    const bool busy = (e.acc & CACHE_COUNT_MASK) >= threshold;
+    // At threshold 0 even a region not read at all is busy.
+    const bool busy = threshold == 0 || (e.acc & BUSY) != 0;
     const uint32_t state = e.acc & STATE_MASK;
     if (state == CACHE_HOT) {
       e.acc = busy ? CACHE_HOT : CACHE_WARM;

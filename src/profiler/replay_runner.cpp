@@ -22,7 +22,7 @@ replay_outcome run_replay(const replay_trace &trace, const replay_request &r, bo
   try {
     if (!vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop) &&
         !stop.stop_requested())
-      out.out_of_memory = true; // the words' file or the per-id states failed
+      out.out_of_memory = true; // the words' file or the per-id slots failed
   } catch (const std::bad_alloc &) {
     out.out_of_memory = true; // never let it leave a thread
   }

@@ -21,6 +21,7 @@ namespace {
 // A device met by the replay before the device table knew it has the key
 // NEW_DEVICE_KEY + its number in the order met; every other key is volid16.
 constexpr uint32_t NEW_DEVICE_KEY = 0x10000;
+constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
 } // namespace
 
@@ -222,38 +223,37 @@ void take_thresholds(replay_trace *t) {
 
 } // namespace
 
-std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p) {
-  std::unique_ptr<replay_trace> t = std::move(p->trace);
-  take_thresholds(t.get());
-  const replay_recorder::key_table &keys = *p->keys;
+namespace {
 
-  if (p->new_devices.empty()) {
-    t->bucket.resize(keys.used);
-    for (const auto &s : keys.slots) {
-      if (s.id_plus_one != 0)
-        t->bucket[s.id_plus_one - 1] = static_cast<uint32_t>((s.region + s.device) % STATHASH_BUCKETS);
-    }
-    return t;
+// Gives each id the bucket of its key.
+void take_buckets(replay_trace *t, const replay_recorder::key_table &keys) {
+  t->bucket.resize(keys.used);
+  for (const auto &s : keys.slots) {
+    if (s.id_plus_one != 0)
+      t->bucket[s.id_plus_one - 1] = static_cast<uint32_t>((s.region + s.device) % STATHASH_BUCKETS);
   }
+}
 
+// Keys of new devices may equal keys recorded under a known device's
+// volid16 once the devices are made: renumbers every id by its final key,
+// giving each its bucket.  False when memory or the words' file failed.
+bool settle_new_devices(replay_trace *t, const replay_recorder::pending &p) {
   // The replay would create these devices as it met them, in this order.
   std::vector<uint32_t> volid16;
-  for (const auto &[major, minor] : p->new_devices)
+  for (const auto &[major, minor] : p.new_devices)
     volid16.push_back(vol_get_unique_volid(major, static_cast<uint32_t>(minor)) & 0xFFFF);
 
-  // Keys of new devices may now equal keys recorded under a known device's
-  // volid16: renumber every id by its final key.
   replay_recorder::key_table final_keys;
-  std::vector<uint32_t> renumber(keys.used);
+  std::vector<uint32_t> renumber(p.keys->used);
   std::vector<uint32_t> bucket;
-  for (const auto &s : keys.slots) {
+  for (const auto &s : p.keys->slots) {
     if (s.id_plus_one == 0)
       continue;
     const uint32_t v = s.device >= NEW_DEVICE_KEY ? volid16[s.device - NEW_DEVICE_KEY] : s.device;
     bool added;
     const uint64_t i = final_keys.find_or_add(v, s.region, static_cast<uint32_t>(bucket.size()), &added);
     if (i == replay_recorder::key_table::NO_SLOT)
-      return nullptr;
+      return false;
     const uint32_t id = final_keys.slots[i].id_plus_one - 1;
     if (added)
       bucket.push_back(static_cast<uint32_t>((s.region + v) % STATHASH_BUCKETS));
@@ -262,9 +262,58 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
   const bool renumbered = t->words.rewrite([&renumber](uint32_t w) {
     return w == TRACE_WRAPPED_READ ? w : (w & TRACE_READ_START) | renumber[w & TRACE_ID_MASK];
   });
-  if (!renumbered)
-    return nullptr;
   t->bucket = std::move(bucket);
+  return renumbered;
+}
+
+// Marks with TRACE_ADMIT each word whose region's count in its interval,
+// counted as the replay counts it and this access included, has reached the
+// interval's threshold.  False when memory or the words' file failed, or a
+// count reached 2^28, where the replay's count wraps to 0.
+bool mark_admissions(replay_trace *t) {
+  struct count_in {
+    uint32_t interval; // from 1; 0: never read
+    uint32_t count;
+  };
+  zeroed_array<count_in> counts;
+  if (!counts.map(t->ids() == 0 ? 1 : t->ids()))
+    return false;
+  uint64_t at = 0;
+  uint32_t k = 0;
+  bool wraps = false;
+  const bool marked = t->words.rewrite_chunks([&](uint32_t *words, uint64_t n) {
+    for (uint64_t i = 0; i < n; i++, at++) {
+      // The counts lie anywhere in an array larger than the processor's
+      // caches: each is fetched some words ahead of its use.
+      if (i + PREFETCH_DISTANCE < n && (words[i + PREFETCH_DISTANCE] & TRACE_ID_MASK) < counts.size())
+        __builtin_prefetch(&counts[words[i + PREFETCH_DISTANCE] & TRACE_ID_MASK]);
+      while (at == t->interval_end[k])
+        k++;
+      const uint32_t w = words[i];
+      if (w == TRACE_WRAPPED_READ)
+        continue;
+      count_in &c = counts[w & TRACE_ID_MASK];
+      if (c.interval != k + 1)
+        c = count_in{k + 1, 0};
+      wraps |= ++c.count > CACHE_COUNT_MASK;
+      if (c.count >= t->threshold[k])
+        words[i] = w | TRACE_ADMIT;
+    }
+  });
+  return marked && !wraps;
+}
+
+} // namespace
+
+std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p) {
+  std::unique_ptr<replay_trace> t = std::move(p->trace);
+  take_thresholds(t.get());
+  if (p->new_devices.empty())
+    take_buckets(t.get(), *p->keys);
+  else if (!settle_new_devices(t.get(), *p))
+    return nullptr;
+  if (!mark_admissions(t.get()))
+    return nullptr;
   return t;
 }
 

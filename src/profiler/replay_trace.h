@@ -11,7 +11,10 @@
 // up to a bound and in a temporary file after it (replay_words.h).
 //
 // What the replays need and that does not depend on the cache size is
-// computed once: each id's cache bucket, and each interval's threshold.
+// computed once: each id's cache bucket, each interval's threshold, and on
+// each word whether the region's accesses in its interval, this one included,
+// have reached the interval's threshold (TRACE_ADMIT): the replay's
+// admission test and all that its ageing asks of the counts.
 
 #include <cstdint>
 #include <cstdio>
@@ -26,9 +29,10 @@
 struct iostat_ctx;
 
 constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
-constexpr uint32_t TRACE_ID_MASK = 0x7FFFFFFF;
+constexpr uint32_t TRACE_ADMIT = 0x40000000;       // count at the threshold (set when settled)
+constexpr uint32_t TRACE_ID_MASK = 0x3FFFFFFF;
 constexpr uint32_t TRACE_WRAPPED_READ = 0xFFFFFFFF;
-constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x7FFFFFFF is reserved
+constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x3FFFFFFF is reserved
 
 struct replay_trace {
   replay_words words;                  // every interval's words, in order
@@ -117,9 +121,11 @@ struct replay_recorder::pending {
 // Settles a recorded trace at the moment its first replay would run: the
 // devices the replay meets first are added to the device table in the order
 // met, the ids of keys that turn out equal are merged, each id's bucket is
-// computed, and the thresholds are taken from wrkload_list (interval k runs
-// with the threshold of the record stamped 600 (k - 1), 0 when none).
-// Null when memory or the words' file failed while the ids were renumbered.
+// computed, the thresholds are taken from wrkload_list (interval k runs
+// with the threshold of the record stamped 600 (k - 1), 0 when none) and the
+// words are marked with TRACE_ADMIT.  Null when memory or the words' file
+// failed, or when a region is read 2^28 times in one interval: the replay's
+// count then wraps and the marks cannot say what it does.
 std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p);
 
 // Reads the replay's view of a whole trace file (no aggregation).  Null when

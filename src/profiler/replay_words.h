@@ -50,23 +50,29 @@ public:
   // cannot be read or the buffer cannot be had.  Safe from several threads
   // at once, each with its own buffer.
   const uint32_t *chunk(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const;
-  // Passes every word, in order and in place, through map(word).  False
-  // when the file failed.
+  // Hands every chunk's words, in order, to edit(words, n), which may
+  // change them in place.  False when the file failed.
   template <class F>
-  bool rewrite(F map) {
+  bool rewrite_chunks(F edit) {
     std::unique_ptr<uint32_t[]> buffer;
     for (uint64_t c = 0; c < chunks_.size(); c++) {
       uint32_t *words = in_memory(c);
       const bool in_file = words == nullptr;
       if (in_file && (words = read_back(c, &buffer)) == nullptr)
         return false;
-      const uint64_t n = words_in(c);
-      for (uint64_t i = 0; i < n; i++)
-        words[i] = map(words[i]);
+      edit(words, words_in(c));
       if (in_file && !store(c, words))
         return false;
     }
     return true;
+  }
+  // Passes every word, in order and in place, through map(word).
+  template <class F>
+  bool rewrite(F map) {
+    return rewrite_chunks([&map](uint32_t *words, uint64_t n) {
+      for (uint64_t i = 0; i < n; i++)
+        words[i] = map(words[i]);
+    });
   }
 
 private:

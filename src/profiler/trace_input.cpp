@@ -7,6 +7,7 @@
 #include "profiler/trace_input.h"
 
 #include <cstdlib>
+#include <malloc.h>
 #include <cstring>
 #include <new>
 
@@ -326,6 +327,12 @@ void vol_forget_trace_input(void) {
 }
 
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
+  // Every interval allocates and frees arrays of megabytes (its ranking,
+  // its workload), and so does every replay: kept in the heap for reuse
+  // instead of being handed back to the kernel, they need no fresh pages,
+  // whose faults cost more than the memory they would save.
+  mallopt(M_MMAP_THRESHOLD, 256 << 20);
+  mallopt(M_TRIM_THRESHOLD, 512 << 20);
   memset(ctx, 0, sizeof(*ctx));
   if (!vol_literal_replay()) {
     if (count_and_record(trace, ctx))
