@@ -47,19 +47,17 @@ bool output_dir::open(const std::string &dir, bool force) {
     return false;
   }
   out_tmp_ = dir + "/.out.XXXXXX";
-  out_fd_ = mkostemp(out_tmp_.data(), O_CLOEXEC);
+  out_slot_ = cleanup_make_temp(&out_tmp_, &out_fd_);
   if (out_fd_ < 0) {
     out_tmp_.clear();
     return fail("cannot create a file in " + dir);
   }
-  out_slot_ = cleanup_register(out_tmp_);
   map_tmp_ = dir + "/.device_map.XXXXXX";
-  map_fd_ = mkostemp(map_tmp_.data(), O_CLOEXEC);
+  map_slot_ = cleanup_make_temp(&map_tmp_, &map_fd_);
   if (map_fd_ < 0) {
     map_tmp_.clear();
     return fail("cannot create a file in " + dir);
   }
-  map_slot_ = cleanup_register(map_tmp_);
   // mkstemp makes 0600 files; a trace is as readable as any other file.
   mode_t mask = umask(0);
   umask(mask);

@@ -2,7 +2,9 @@
 
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -58,13 +60,14 @@ void cleanup_on_signal(void) {
   }
 }
 
-int cleanup_register(const std::string &path) {
-  if (path.size() >= PATH_MAX)
-    return -1;
+int cleanup_make_temp(std::string *path, int *fd) {
   signals_blocked blocked;
+  *fd = mkostemp(path->data(), O_CLOEXEC);
+  if (*fd < 0 || path->size() >= PATH_MAX)
+    return -1;
   for (int i = 0; i < SIGNAL_CLEANUP_SLOTS; i++) {
     if (!slots[i].used) {
-      memcpy(slots[i].path, path.c_str(), path.size() + 1);
+      memcpy(slots[i].path, path->c_str(), path->size() + 1);
       slots[i].used = 1;
       return i;
     }

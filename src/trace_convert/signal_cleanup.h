@@ -7,9 +7,13 @@
 
 // Installs the handler (the converter's main does, once).
 void cleanup_on_signal(void);
-// Registers `path` for removal, in one of SIGNAL_CLEANUP_SLOTS slots;
-// returns the slot, or -1 when none is free or the path is too long.
-int cleanup_register(const std::string &path);
+// Makes a file from the mkostemp template *path (O_CLOEXEC) and registers
+// it for removal in one of SIGNAL_CLEANUP_SLOTS slots, with the signals held
+// off in between, so that no signal finds the file made and not registered.
+// *fd is the file's descriptor, or -1 (errno set) when none was made.
+// Returns the slot, or -1 when there is no file, no free slot or the path
+// is too long.
+int cleanup_make_temp(std::string *path, int *fd);
 // Forgets the slot's path (on commit or ordinary removal); -1 is ignored.
 void cleanup_forget(int slot);
 
