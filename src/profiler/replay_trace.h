@@ -105,7 +105,6 @@ private:
   interval_ranking ranking_;
   uint32_t ids_ = 0; // ids given so far
   uint32_t start_ = 0;
-  uint32_t epoch_ = 1;
   bool ok_ = true;
   bool counting_ok_ = true;
 };

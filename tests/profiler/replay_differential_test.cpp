@@ -42,6 +42,8 @@ std::string random_trace(std::mt19937_64 &rng) {
   const int devices = pick(4) == 0 ? 130 : 1 + static_cast<int>(pick(4));
   for (int d = 0; d < devices; d++)
     minors.push_back(d * 16 + static_cast<int>(pick(3)));
+  // Now and then every region lies past 2^44, beyond where keys pack tight.
+  const uint64_t base = pick(4) == 0 ? (uint64_t{1} << 56) - 4096 : 0;
   std::string text;
   // Over 16 intervals now and then: the per-interval counts restart by epoch.
   const int intervals = pick(8) == 0 ? 17 + static_cast<int>(pick(6)) : 1 + static_cast<int>(pick(5));
@@ -56,12 +58,12 @@ std::string random_trace(std::mt19937_64 &rng) {
       // Hot reads favour the first devices and the first hot regions.
       const int minor = minors[std::min(pick(devices), pick(devices))];
       const uint64_t region = hot[std::min(pick(hot.size()), pick(hot.size()))];
-      const uint64_t start = region * 128 + pick(128);
+      const uint64_t start = (base + region) * 128 + pick(128);
       const uint64_t kind = pick(100);
       if (kind < 60)
         text += fields(8, minor, start, 1 + pick(300));
       else if (kind < 78)
-        text += fields(8, minor, pick(6000) * 128, 1 + pick(200));
+        text += fields(8, minor, (base + pick(6000)) * 128, 1 + pick(200));
       else if (kind < 80)
         text += fields(8, minor, start, 0);
       else if (kind < 82)
