@@ -4,7 +4,6 @@
 #include "profiler/replay_trace.h"
 
 #include <algorithm>
-#include <map>
 #include <new>
 
 #include "daemon/iostat_ctx.h"
@@ -15,6 +14,7 @@
 #include "profiler/trace_pieces.h"
 #include "profiler/trace_scan.h"
 #include "common/zeroed_pages.h"
+#include "profiler/region_key_table.h"
 #include "stats/stathash.h"
 
 namespace {
@@ -26,107 +26,9 @@ constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
 } // namespace
 
-// From (device key, region) to the dense id.  Keys are packed into one word
-// (the region below 2^44, the device key below 2^20), which every real
-// device's regions fit, and found by open addressing in 16-byte slots, four
-// to a cache line; a key that does not pack (a start block past 2^51) goes
-// to a small ordered map beside the table.  A slot also counts the trace
-// input's accesses of its key in the input's current interval, so that each
-// region access costs one lookup.
-struct replay_recorder::key_table {
-  static constexpr unsigned DEVICE_BITS = 20;
-  static constexpr uint64_t PACKED_REGIONS = uint64_t{1} << (64 - DEVICE_BITS);
-  static constexpr uint32_t COUNTED = 0x80000000; // in id_plus_one: met this interval
-  static constexpr uint64_t WIDE = uint64_t{1} << 63; // a reference into wide
-  static constexpr uint64_t NO_SLOT = UINT64_MAX;
-
-  struct slot {
-    uint64_t key;         // region << DEVICE_BITS | device
-    uint32_t id_plus_one; // 0: empty; | COUNTED
-    uint32_t count;       // accesses in the current interval, once COUNTED
-  };
-  struct wide_slot {
-    uint64_t region;
-    uint32_t device;
-    slot s; // its key unused
-  };
-  zeroed_array<slot> slots; // a power of two long once anything was added
-  uint64_t used = 0;        // keys in slots
-  std::vector<wide_slot> wide;
-  std::map<std::pair<uint64_t, uint32_t>, uint64_t> wide_index; // (region, device)
-  std::vector<uint64_t> counted; // references counted in the current interval, in order
-
-  static bool packs(uint32_t device, uint64_t region) {
-    return region < PACKED_REGIONS && device < (uint32_t{1} << DEVICE_BITS);
-  }
-  static uint64_t pack(uint32_t device, uint64_t region) { return region << DEVICE_BITS | device; }
-  static uint64_t hash(uint64_t key) {
-    const uint64_t h = key * 0x9E3779B97F4A7C15ull;
-    return h ^ (h >> 29);
-  }
-  uint64_t probe(uint64_t key) const {
-    const uint64_t mask = slots.size() - 1;
-    uint64_t i = hash(key) & mask;
-    while (slots[i].id_plus_one != 0 && slots[i].key != key)
-      i = (i + 1) & mask;
-    return i;
-  }
-  slot &at(uint64_t ref) { return (ref & WIDE) != 0 ? wide[ref & ~WIDE].s : slots[ref]; }
-  // The reference of the key; a new key takes the id `fresh` (*added set).
-  // NO_SLOT when the table could not grow.
-  uint64_t find_or_add(uint32_t device, uint64_t region, uint32_t fresh, bool *added) {
-    if (!packs(device, region))
-      return find_or_add_wide(device, region, fresh, added);
-    if ((used + 1) * 4 > slots.size() * 3 && !grow())
-      return NO_SLOT;
-    const uint64_t key = pack(device, region);
-    const uint64_t i = probe(key);
-    *added = slots[i].id_plus_one == 0;
-    if (*added) {
-      slots[i] = slot{key, fresh + 1, 0};
-      used++;
-    }
-    return i;
-  }
-  uint64_t find_or_add_wide(uint32_t device, uint64_t region, uint32_t fresh, bool *added) {
-    const auto [it, is_new] = wide_index.emplace(std::make_pair(region, device), wide.size());
-    *added = is_new;
-    if (is_new)
-      wide.push_back(wide_slot{region, device, slot{0, fresh + 1, 0}});
-    return it->second | WIDE;
-  }
-  bool grow() {
-    zeroed_array<slot> old;
-    if (!old.map(slots.size() == 0 ? uint64_t{1} << 16 : slots.size() * 2))
-      return false;
-    old.swap(slots);
-    for (const slot &s : old) {
-      if (s.id_plus_one != 0)
-        slots[probe(s.key)] = s;
-    }
-    for (uint64_t &i : counted) {
-      if ((i & WIDE) == 0)
-        i = probe(old[i].key);
-    }
-    return true;
-  }
-  // Calls f(device, region, id) for every key.
-  template <class F>
-  void for_each_key(F f) const {
-    for (const slot &s : slots) {
-      if (s.id_plus_one != 0)
-        f(static_cast<uint32_t>(s.key & ((uint32_t{1} << DEVICE_BITS) - 1)), s.key >> DEVICE_BITS,
-          (s.id_plus_one & ~COUNTED) - 1);
-    }
-    for (const wide_slot &w : wide)
-      f(w.device, w.region, (w.s.id_plus_one & ~COUNTED) - 1);
-  }
-  uint64_t keys() const { return used + wide.size(); }
-};
-
 replay_recorder::pending::~pending() = default;
 
-replay_recorder::replay_recorder() : trace_(new replay_trace), keys_(new key_table) {}
+replay_recorder::replay_recorder() : trace_(new replay_trace), keys_(new region_key_table) {}
 replay_recorder::~replay_recorder() = default;
 
 void replay_recorder::push(uint32_t w) {
@@ -139,41 +41,37 @@ uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
   // Past the last id the form is unusable, but the counts go on: every
   // later key shares the reserved id.
   const uint32_t fresh = ids_ < TRACE_MAX_IDS ? ids_ : TRACE_MAX_IDS;
-  const uint64_t i = keys_->find_or_add(device, region, fresh, &added);
-  if (i == key_table::NO_SLOT) {
+  const uint64_t ref = keys_->find_or_add(device, region, fresh, &added);
+  if (ref == REGION_KEY_NONE) {
     ok_ = false;
     counting_ok_ = false;
-    return i;
+    return ref;
   }
   if (added && ids_++ >= TRACE_MAX_IDS)
     ok_ = false;
-  return i;
+  return ref;
 }
 
-void replay_recorder::prefetch(uint32_t volid16, uint64_t region) const {
-  if (keys_->slots.size() == 0)
-    return;
-  const uint64_t mask = keys_->slots.size() - 1;
-  __builtin_prefetch(&keys_->slots[key_table::hash(key_table::pack(volid16, region)) & mask], 1);
-}
+void replay_recorder::prefetch(uint32_t volid16, uint64_t region) const { keys_->prefetch(volid16, region); }
 
 uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
-  const uint64_t i = slot_of(volid16, region);
-  return i == key_table::NO_SLOT ? 0 : (keys_->at(i).id_plus_one & ~key_table::COUNTED) - 1;
+  const uint64_t ref = slot_of(volid16, region);
+  return ref == REGION_KEY_NONE ? 0 : (keys_->id_plus_one(ref) & ~region_key_table::COUNTED) - 1;
 }
 
 uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
-  const uint64_t i = slot_of(volid16, region);
-  if (i == key_table::NO_SLOT)
+  const uint64_t ref = slot_of(volid16, region);
+  if (ref == REGION_KEY_NONE)
     return 0;
-  key_table::slot &s = keys_->at(i);
-  if ((s.id_plus_one & key_table::COUNTED) == 0) {
-    s.id_plus_one |= key_table::COUNTED;
-    s.count = 0;
-    keys_->counted.push_back(i);
+  uint32_t &id = keys_->id_plus_one(ref);
+  uint32_t &count = keys_->count(ref);
+  if ((id & region_key_table::COUNTED) == 0) {
+    id |= region_key_table::COUNTED;
+    count = 0;
+    keys_->counted.push_back(ref);
   }
-  s.count++;
-  return (s.id_plus_one & ~key_table::COUNTED) - 1;
+  count++;
+  return (id & ~region_key_table::COUNTED) - 1;
 }
 
 void replay_recorder::rank_interval(iostat_ctx *ctx) {
@@ -187,19 +85,11 @@ void replay_recorder::rank_interval(iostat_ctx *ctx) {
   // left uncounted for the next interval.
   constexpr uint64_t AHEAD = 16;
   for (uint64_t k = 0; k < n; k++) {
-    if (k + AHEAD < n && (counted[k + AHEAD] & key_table::WIDE) == 0)
-      __builtin_prefetch(&keys_->slots[counted[k + AHEAD]]);
-    key_table::slot &s = keys_->at(counted[k]);
-    s.id_plus_one &= ~key_table::COUNTED;
-    if (regions == nullptr)
-      continue;
-    if ((counted[k] & key_table::WIDE) != 0) {
-      const key_table::wide_slot &w = keys_->wide[counted[k] & ~key_table::WIDE];
-      met_[k] = wrkload_ent{w.region, s.count, w.device};
-    } else {
-      met_[k] = wrkload_ent{s.key >> key_table::DEVICE_BITS, s.count,
-                            static_cast<uint32_t>(s.key & ((uint32_t{1} << key_table::DEVICE_BITS) - 1))};
-    }
+    if (k + AHEAD < n)
+      keys_->prefetch(counted[k + AHEAD]);
+    keys_->id_plus_one(counted[k]) &= ~region_key_table::COUNTED;
+    if (regions != nullptr)
+      met_[k] = wrkload_ent{keys_->region(counted[k]), keys_->count(counted[k]), keys_->device(counted[k])};
   }
   if (regions != nullptr) {
     ranking_.rank(met_.data(), n, regions);
@@ -284,7 +174,7 @@ void take_thresholds(replay_trace *t) {
 namespace {
 
 // Gives each id the bucket of its key.
-void take_buckets(replay_trace *t, const replay_recorder::key_table &keys) {
+void take_buckets(replay_trace *t, const region_key_table &keys) {
   t->bucket.resize(keys.keys());
   keys.for_each_key([t](uint32_t device, uint64_t region, uint32_t id) {
     t->bucket[id] = static_cast<uint32_t>((region + device) % STATHASH_BUCKETS);
@@ -300,7 +190,9 @@ bool settle_new_devices(replay_trace *t, const replay_recorder::pending &p) {
   for (const auto &[major, minor] : p.new_devices)
     volid16.push_back(vol_get_unique_volid(major, static_cast<uint32_t>(minor)) & 0xFFFF);
 
-  replay_recorder::key_table final_keys;
+  region_key_table final_keys;
+  if (!final_keys.reserve_for(*p.keys))
+    return false;
   std::vector<uint32_t> renumber(p.keys->keys());
   std::vector<uint32_t> bucket;
   bool ok = true;
@@ -308,13 +200,13 @@ bool settle_new_devices(replay_trace *t, const replay_recorder::pending &p) {
     const uint32_t v = device >= NEW_DEVICE_KEY ? volid16[device - NEW_DEVICE_KEY] : device;
     bool added;
     const uint64_t i = final_keys.find_or_add(v, region, static_cast<uint32_t>(bucket.size()), &added);
-    if (i == replay_recorder::key_table::NO_SLOT) {
+    if (i == REGION_KEY_NONE) {
       ok = false;
       return;
     }
     if (added)
       bucket.push_back(static_cast<uint32_t>((region + v) % STATHASH_BUCKETS));
-    renumber[id] = final_keys.at(i).id_plus_one - 1;
+    renumber[id] = final_keys.id_plus_one(i) - 1;
   });
   if (!ok)
     return false;

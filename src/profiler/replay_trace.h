@@ -27,6 +27,7 @@
 #include "stats/stathash.h"
 
 struct iostat_ctx;
+class region_key_table; // (device key, region) to id
 
 constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
 constexpr uint32_t TRACE_ADMIT = 0x40000000;       // count at the threshold (set when settled)
@@ -91,7 +92,6 @@ public:
   // the devices to settle.  Null when !ok().
   struct pending;
   std::unique_ptr<pending> finish();
-  struct key_table; // (device key, region) to id
 
 private:
   void push(uint32_t w);
@@ -99,7 +99,7 @@ private:
   uint32_t device_key(const trace_line *line);
 
   std::unique_ptr<replay_trace> trace_;
-  std::unique_ptr<key_table> keys_;
+  std::unique_ptr<region_key_table> keys_;
   std::vector<std::pair<int32_t, int32_t>> new_devices_; // (major, minor) in order met
   std::vector<wrkload_ent> met_; // the interval's counted regions, in the order met
   interval_ranking ranking_;
@@ -112,7 +112,7 @@ private:
 // A recorded trace whose new devices and thresholds are not settled yet.
 struct replay_recorder::pending {
   std::unique_ptr<replay_trace> trace;
-  std::unique_ptr<key_table> keys;
+  std::unique_ptr<region_key_table> keys;
   std::vector<std::pair<int32_t, int32_t>> new_devices;
   ~pending();
 };
