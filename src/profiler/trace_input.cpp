@@ -16,9 +16,7 @@
 #include "profiler/device_table.h"
 #include "profiler/lru_replay.h"
 #include "profiler/replay_trace.h"
-#include "profiler/replay_runner.h"
 #include "profiler/run_state.h"
-#include "profiler/scanned_lines.h"
 #include "profiler/trace_line.h"
 #include "profiler/trace_pieces.h"
 #include "profiler/trace_scan.h"
@@ -108,49 +106,60 @@ bool same_fields(const trace_line &a, const trace_line &b) {
 
 // Lines scanned some way ahead of the one being counted: each region
 // access costs a lookup in a table far larger than the processor's caches,
-// so the slots of a line's first regions are fetched while the lines before
-// it are counted.  Only a hint; nothing depends on it.
-class lines_ahead {
+// so the slot of a whole line's first region is fetched while the lines
+// before it are counted.  Only a hint; nothing depends on it.
+class scanned_lines {
 public:
-  lines_ahead(scanned_lines *source, replay_recorder *replay) : source_(source), replay_(replay) {
+  scanned_lines(trace_piece_reader *reader, replay_recorder *replay)
+      : reader_(reader), replay_(replay) {
     for (size_t i = 0; i < AHEAD; i++)
-      fetch(i);
+      scan(i);
   }
   // The next piece's fields and how many it supplied; false at the end.
   bool next(trace_line *fields, int *n) {
-    scanned_line &l = ring_[head_];
+    line &l = ring_[head_];
     if (l.n < 0)
       return false;
     *fields = l.fields;
     *n = l.n;
-    fetch(head_);
+    scan(head_);
     head_ = (head_ + 1) % AHEAD;
     return true;
   }
 
 private:
   static constexpr size_t AHEAD = 16;
-  static constexpr uint64_t PREFETCHED_REGIONS = 4; // most reads span no more
-  void fetch(size_t i) {
-    scanned_line &l = ring_[i];
-    if (!source_->next(&l)) {
-      l.n = -1; // past the end
+  static constexpr uint64_t PREFETCHED_REGIONS = 4;
+  struct line {
+    trace_line fields;
+    int n; // -1: past the end
+  };
+  void scan(size_t i) {
+    const char *piece = reader_->next();
+    line &l = ring_[i];
+    if (piece == nullptr) {
+      l.n = -1;
       return;
     }
+    l.fields = trace_line{};
+    l.n = vol_scan_trace_fields(piece, &l.fields);
     if (l.n != 4 || l.fields.length == 0)
       return;
     const volid_ent *e = vol_find_device(l.fields.major, l.fields.minor);
+    if (e == nullptr)
+      return;
+    // The first few regions: most reads span no more.
     uint64_t first;
     uint64_t last;
-    if (e == nullptr || !vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
+    if (!vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
       return;
     const uint32_t key = static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
     for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)
       replay_->prefetch(key, r);
   }
-  scanned_lines *source_;
+  trace_piece_reader *reader_;
   replay_recorder *replay_;
-  scanned_line ring_[AHEAD];
+  line ring_[AHEAD];
   size_t head_ = 0;
 };
 
@@ -364,11 +373,10 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
   // the aggregation's lookups.
   replay_recorder replay;
   trace_piece_reader reader(trace);
-  scanned_lines scanned_text(&reader, vol_replay_threads() > 1);
   trace_line counted{};
   trace_line replayed{};
   uint64_t elapsed = INTERVAL_SECONDS;
-  lines_ahead ahead(&scanned_text, &replay);
+  scanned_lines ahead(&reader, &replay);
   trace_line scanned;
   int n;
   while (ahead.next(&scanned, &n)) {
