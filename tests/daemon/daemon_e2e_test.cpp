@@ -104,24 +104,19 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
   // Answers of 80, 70, 50, 180, 50, 49, 80, 70 entries need 11 * 208 + 112,
   // 10 * 208, 7 * 208 + 64, 25 * 208 + 160, 7 * 208 + 64, 7 * 208, and
   // again 11 * 208 + 112, 10 * 208; each is offered 64 bytes first.
-  std::vector<uint64_t> offers, capacities;
-  for (const driver_request &a : run.named("accum"))
-    offers.push_back(a.num("offer"));
-  for (const driver_request &m : run.named("map"))
-    capacities.push_back(m.num("capacity"));
   EXPECT_EQ((std::vector<uint64_t>{64, 2400, 64, 2080, 64, 1520, 64, 5360, 64, 1520, 64, 1456, 64,
                                    2400, 64, 2080}),
-            offers);
+            run.sizes("accum"));
   // Sent every cycle, whatever is written; without files the loop clears
   // the record itself, with the same effect as the writer.
   EXPECT_EQ(FOUR_CYCLE_UPDATES, run.updates());
   if (writefile == "no") {
-    EXPECT_TRUE(capacities.empty());
+    EXPECT_TRUE(run.named("map").empty());
     EXPECT_EQ(-1, access(box.stats_path().c_str(), F_OK));
     return;
   }
   // Sized from the info reply every cycle, grown to the driver's count.
-  EXPECT_EQ((std::vector<uint64_t>{1, 4, 1, 4, 1, 4}), capacities);
+  EXPECT_EQ((std::vector<uint64_t>{1, 4, 1, 4, 1, 4}), run.sizes("map"));
   for (const std::string &path : {box.log_path(), box.stats_path()}) {
     struct stat st;
     ASSERT_EQ(0, stat(path.c_str(), &st)) << path;
@@ -277,7 +272,7 @@ std::vector<int64_t> compare_with_profiler(const daemon_sandbox &box, const std:
                      "volume 2 00000000-0000-0000-0000-00000000000c\n"
                      "trace " + dir + "\nfail update " + std::to_string(prof.size() + 1) +
                      " EPERM\n");
-  daemon_run run = box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"});
+  daemon_run run = box.run(ONE_SAMPLE_CYCLES);
   SCOPED_TRACE(run.describe().substr(0, 4000));
   EXPECT_EQ(1, run.status);
 

@@ -43,6 +43,13 @@ std::vector<driver_update> daemon_run::updates() const {
   return out;
 }
 
+std::vector<uint64_t> daemon_run::sizes(const std::string &request) const {
+  std::vector<uint64_t> out;
+  for (const driver_request &r : named(request))
+    out.push_back(r.num(request == "accum" ? "offer" : "capacity"));
+  return out;
+}
+
 std::string daemon_run::describe() const {
   return "daemon pid " + std::to_string(pid) + ", status " + std::to_string(status) +
          ", signal " + std::to_string(signal) + (timed_out ? ", killed at the deadline" : "") +

@@ -74,8 +74,6 @@ file_check check_records(const std::string &bytes, uint64_t from, uint64_t first
 }
 
 TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
-  const std::vector<std::string> args = {"-x", "interval=0", "-x", "numiter=1", "-x",
-                                         "writefile=details"};
   const uint64_t cycles = 200;
   const std::string scenario = "info 1 65536\n" + GUID_AND_VOLUME7 + samples(0, cycles) +
                                "fail update " + std::to_string(cycles + 1) + " EPERM\n";
@@ -86,7 +84,7 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
     daemon_sandbox box;
     box.write_scenario(scenario);
     const auto start = std::chrono::steady_clock::now();
-    daemon_run whole = box.run(args, 240);
+    daemon_run whole = box.run(ONE_SAMPLE_CYCLES, 240);
     whole_us = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(
                                      std::chrono::steady_clock::now() - start)
                                      .count());
@@ -102,7 +100,7 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
                  std::to_string(after_us) + " us of " + std::to_string(whole_us));
     daemon_sandbox box;
     box.write_scenario(scenario);
-    daemon_run killed = box.run(args, 60, -1, after_us);
+    daemon_run killed = box.run(ONE_SAMPLE_CYCLES, 60, -1, after_us);
     ASSERT_GT(killed.pid, 0) << killed.describe().substr(0, 3000);
     std::string before = read_file(box.stats_path());
     file_check first = check_records(before, 0, 0);
@@ -119,7 +117,7 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
     // torn tail included.
     box.write_scenario("info 1 65536\n" + GUID_AND_VOLUME7 + samples(1000, 3) +
                        "fail update 4 EPERM\n");
-    daemon_run again = box.run(args);
+    daemon_run again = box.run(ONE_SAMPLE_CYCLES);
     EXPECT_EQ(1, again.status) << again.describe().substr(0, 3000);
     const std::string after = read_file(box.stats_path());
     ASSERT_GE(after.size(), before.size());
