@@ -9,13 +9,12 @@
 // race it sees lands in the daemon's log and turns the exit status into 66.
 
 #include <chrono>
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
 
 #include "daemon/daemon_harness.h"
-#include "stats_reader/stats_file_reader.h"
+#include "support/stats_file.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -47,29 +46,17 @@ struct file_check {
 // first_cycle + its number only.
 file_check check_records(const std::string &bytes, uint64_t from, uint64_t first_cycle) {
   file_check c;
-  std::string tail = bytes.substr(from);
-  FILE *in = fmemopen(tail.data(), tail.size(), "rb");
-  if (tail.empty() || in == nullptr) {
-    c.end = from;
-    return c;
-  }
-  stats_reader reader(in);
-  stats_record rec;
-  stats_read_status s;
-  while ((s = stats_read_record(&reader, &rec)) == STATS_RECORD) {
+  c.end = from;
+  for (const file_record &r : read_stats_file(bytes.substr(from), &c.torn)) {
     const uint64_t k = first_cycle + c.whole;
-    EXPECT_EQ(hot(k) + 301, rec.hdr.wl_count) << "record " << c.whole;
-    EXPECT_EQ(6u, rec.hdr.threshold) << "record " << c.whole;
-    EXPECT_EQ(hot(k) + 301, rec.details.size()) << "record " << c.whole;
-    for (const wrkload_ent &e : rec.details)
+    EXPECT_EQ(hot(k) + 301, r.h[WL_COUNT]) << "record " << c.whole;
+    EXPECT_EQ(6u, r.h[THRESHOLD]) << "record " << c.whole;
+    EXPECT_EQ(hot(k) + 301, r.detail.size()) << "record " << c.whole;
+    for (const stats_detail &e : r.detail)
       EXPECT_EQ(k, e.region / 1000000) << "record " << c.whole;
     c.whole++;
+    c.end += r.size;
   }
-  c.end = from + reader.offset;
-  EXPECT_TRUE(s == STATS_END || s == STATS_TORN) << "at byte " << c.end << ": "
-                                                 << (reader.why ? reader.why : "");
-  c.torn = s == STATS_TORN;
-  fclose(in);
   return c;
 }
 
