@@ -20,24 +20,15 @@
 
 namespace {
 
-void reset_replay_state() {
-  vol_stathash_reset(&cache_area);
-  vol_stathash_reset(&access_tbl);
-  cold_ent = cold_list{};
-  reset_trace_state(); // casize and w_flag too
-  read_hit = read_miss = 0;
-  thrshold = 0;
-}
-
 class LruReplay : public testing::Test {
 protected:
-  void TearDown() override { reset_replay_state(); }
+  void TearDown() override { reset_trace_state(); }
 
   // Replays `trace` at a cache of `regions`, interval k's workload record
   // (stamped 600 k) carrying thresholds[k - 1]; returns {hits, misses}.
   std::vector<uint64_t> replay(const std::string &trace, uint64_t regions,
                                const std::vector<uint32_t> &thresholds, int32_t flag = 0) {
-    reset_replay_state();
+    reset_trace_state();
     for (size_t k = 0; k < thresholds.size(); k++) {
       wrkload_rec rec{}; // no regions: no per-volume counting
       rec.threshold = thresholds[k];
