@@ -137,11 +137,6 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
                                             "7 {11111111-2222-3333-4444-555555555555}",
                                             "300 {aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee}",
                                             "4464 {deadbeef-cafe-f00d-0102-030405060708}"};
-  // The first volume record byte by byte: 263 as 0x0107, then the guid's 16
-  // bytes in the order its text reads.
-  EXPECT_EQ(std::string("\x01\x07\x0a\x0b\x0c\x0d\x0e\x0f\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19",
-                        18),
-            run.stats.substr(136, 18));
   for (int i = 0; i < 2; i++) {
     file_record &r = recs[i];
     SCOPED_TRACE("record " + std::to_string(i));
