@@ -52,7 +52,7 @@ struct daemon_run {
   std::vector<driver_request> requests;
 
   std::vector<driver_request> named(const std::string &name) const;
-  std::vector<std::string> log_lines() const;
+  std::vector<std::string> log_lines() const { return lines_of(log); }
   // Each update the driver received; a failure is added for an update
   // whose reserved field is not zero.
   std::vector<driver_update> updates() const;
