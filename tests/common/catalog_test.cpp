@@ -62,7 +62,7 @@ class CatalogTest : public testing::Test {
     ASSERT_STREQ(loaded, setlocale(LC_MESSAGES, nullptr)) << "locale not loaded";
   }
 
-  const run_options utf8 = {.env = {"LC_ALL=C.UTF-8"}, .cwd = {}};
+  const run_options utf8 = {.env = {"LC_ALL=C.UTF-8"}};
   scoped_temp_dir dir;
   std::string messages = dir.file("messages");
   i18n_state_guard state;

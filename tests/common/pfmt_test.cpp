@@ -7,6 +7,7 @@
 #include "common/pfmt.h"
 #include "i18n_state.h"
 #include "pfmt_capture.h"
+#include "support/mem_stream.h"
 
 namespace {
 
@@ -64,13 +65,9 @@ TEST_F(PfmtTest, LabelAndIdentifier) {
   // The identifier is catalogue id | component << 4 | subcomponent << 8.
   volsetcatalog("other.mesg", 6, 0, 2);
   EXPECT_EQ("ZrVM zrvmzriostatd ERROR Q-5-518-9 x\n", pfmt_capture(0, ":9:x\n").text);
-  char *buffer = nullptr;
-  size_t size = 0;
-  FILE *stream = open_memstream(&buffer, &size);
-  volumipfmt(stream, 2, 2, 3, 1, ":9:%s\n", "x");
-  fclose(stream);
-  EXPECT_EQ("ZrVM zrvmzriostatd WARNING Q-5-306-9 x\n", std::string(buffer, size));
-  free(buffer);
+  mem_stream out;
+  volumipfmt(out.f, 2, 2, 3, 1, ":9:%s\n", "x");
+  EXPECT_EQ("ZrVM zrvmzriostatd WARNING Q-5-306-9 x\n", out.take());
   reset_i18n_state();  // no label at all
   EXPECT_EQ("ZrVM  ERROR Q-5-1-9 x\n", pfmt_capture(0, ":9:x\n").text);
 }

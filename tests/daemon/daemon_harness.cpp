@@ -26,20 +26,19 @@ std::vector<driver_request> daemon_run::named(const std::string &name) const {
   return out;
 }
 
-std::vector<std::string> daemon_run::log_lines() const {
-  std::vector<std::string> out;
-  std::istringstream lines(log);
-  for (std::string line; std::getline(lines, line);)
-    out.push_back(line);
-  return out;
-}
-
 std::vector<driver_update> daemon_run::updates() const {
   std::vector<driver_update> out;
   for (const driver_request &u : named("update")) {
     EXPECT_EQ(0u, u.num("reserved"));
     out.emplace_back(u.num("wl_count"), u.num("threshold"), u.num("no_workload"));
   }
+  return out;
+}
+
+std::vector<uint64_t> daemon_run::sizes(const std::string &request) const {
+  std::vector<uint64_t> out;
+  for (const driver_request &r : named(request))
+    out.push_back(r.num(request == "accum" ? "offer" : "capacity"));
   return out;
 }
 
@@ -54,8 +53,7 @@ namespace {
 
 // VmData of a live process, in kB; 0 when it cannot be read.
 int64_t data_kb(pid_t pid) {
-  std::istringstream status(read_file("/proc/" + std::to_string(pid) + "/status"));
-  for (std::string line; std::getline(status, line);)
+  for (const std::string &line : lines_of(read_file("/proc/" + std::to_string(pid) + "/status")))
     if (line.rfind("VmData:", 0) == 0)
       return std::strtoll(line.c_str() + 7, nullptr, 10);
   return 0;
@@ -63,8 +61,7 @@ int64_t data_kb(pid_t pid) {
 
 std::vector<driver_request> parse_requests(const std::string &text) {
   std::vector<driver_request> out;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string &line : lines_of(text)) {
     std::istringstream words(line);
     driver_request r;
     words >> r.name;

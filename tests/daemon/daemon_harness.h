@@ -52,10 +52,13 @@ struct daemon_run {
   std::vector<driver_request> requests;
 
   std::vector<driver_request> named(const std::string &name) const;
-  std::vector<std::string> log_lines() const;
+  std::vector<std::string> log_lines() const { return lines_of(log); }
   // Each update the driver received; a failure is added for an update
   // whose reserved field is not zero.
   std::vector<driver_update> updates() const;
+  // What the requests named `request` asked for: accum's offers, map's
+  // capacities.
+  std::vector<uint64_t> sizes(const std::string &request) const;
   // Everything above, for failure messages.
   std::string describe() const;
 };
@@ -99,6 +102,9 @@ std::string sample_line(const std::vector<region_run> &runs);
 // 120, wl_count 21 and threshold 6, and its hottest region names k.
 std::string common_sample(uint64_t k);
 
+// One sample a cycle, no wait between cycles, records with details.
+inline const std::vector<std::string> ONE_SAMPLE_CYCLES = {"-x", "interval=0", "-x", "numiter=1",
+                                                           "-x", "writefile=details"};
 // The guid and volume 7 that the common samples need.
 inline const std::string GUID_AND_VOLUME7 = "guid 01234567-89ab-cdef-0011-223344556677\n"
                                             "volume 7 11111111-2222-3333-4444-555555555555\n";

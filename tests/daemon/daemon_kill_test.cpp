@@ -9,13 +9,12 @@
 // race it sees lands in the daemon's log and turns the exit status into 66.
 
 #include <chrono>
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
 
 #include "daemon/daemon_harness.h"
-#include "stats_reader/stats_file_reader.h"
+#include "support/stats_file.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -47,35 +46,21 @@ struct file_check {
 // first_cycle + its number only.
 file_check check_records(const std::string &bytes, uint64_t from, uint64_t first_cycle) {
   file_check c;
-  std::string tail = bytes.substr(from);
-  FILE *in = fmemopen(tail.data(), tail.size(), "rb");
-  if (tail.empty() || in == nullptr) {
-    c.end = from;
-    return c;
-  }
-  stats_reader reader(in);
-  stats_record rec;
-  stats_read_status s;
-  while ((s = stats_read_record(&reader, &rec)) == STATS_RECORD) {
+  c.end = from;
+  for (const file_record &r : read_stats_file(bytes.substr(from), &c.torn)) {
     const uint64_t k = first_cycle + c.whole;
-    EXPECT_EQ(hot(k) + 301, rec.hdr.wl_count) << "record " << c.whole;
-    EXPECT_EQ(6u, rec.hdr.threshold) << "record " << c.whole;
-    EXPECT_EQ(hot(k) + 301, rec.details.size()) << "record " << c.whole;
-    for (const wrkload_ent &e : rec.details)
+    EXPECT_EQ(hot(k) + 301, r.h[WL_COUNT]) << "record " << c.whole;
+    EXPECT_EQ(6u, r.h[THRESHOLD]) << "record " << c.whole;
+    EXPECT_EQ(hot(k) + 301, r.detail.size()) << "record " << c.whole;
+    for (const stats_detail &e : r.detail)
       EXPECT_EQ(k, e.region / 1000000) << "record " << c.whole;
     c.whole++;
+    c.end += r.size;
   }
-  c.end = from + reader.offset;
-  EXPECT_TRUE(s == STATS_END || s == STATS_TORN) << "at byte " << c.end << ": "
-                                                 << (reader.why ? reader.why : "");
-  c.torn = s == STATS_TORN;
-  fclose(in);
   return c;
 }
 
 TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
-  const std::vector<std::string> args = {"-x", "interval=0", "-x", "numiter=1", "-x",
-                                         "writefile=details"};
   const uint64_t cycles = 200;
   const std::string scenario = "info 1 65536\n" + GUID_AND_VOLUME7 + samples(0, cycles) +
                                "fail update " + std::to_string(cycles + 1) + " EPERM\n";
@@ -86,7 +71,7 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
     daemon_sandbox box;
     box.write_scenario(scenario);
     const auto start = std::chrono::steady_clock::now();
-    daemon_run whole = box.run(args, 240);
+    daemon_run whole = box.run(ONE_SAMPLE_CYCLES, 240);
     whole_us = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(
                                      std::chrono::steady_clock::now() - start)
                                      .count());
@@ -102,7 +87,7 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
                  std::to_string(after_us) + " us of " + std::to_string(whole_us));
     daemon_sandbox box;
     box.write_scenario(scenario);
-    daemon_run killed = box.run(args, 60, -1, after_us);
+    daemon_run killed = box.run(ONE_SAMPLE_CYCLES, 60, -1, after_us);
     ASSERT_GT(killed.pid, 0) << killed.describe().substr(0, 3000);
     std::string before = read_file(box.stats_path());
     file_check first = check_records(before, 0, 0);
@@ -119,7 +104,7 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
     // torn tail included.
     box.write_scenario("info 1 65536\n" + GUID_AND_VOLUME7 + samples(1000, 3) +
                        "fail update 4 EPERM\n");
-    daemon_run again = box.run(args);
+    daemon_run again = box.run(ONE_SAMPLE_CYCLES);
     EXPECT_EQ(1, again.status) << again.describe().substr(0, 3000);
     const std::string after = read_file(box.stats_path());
     ASSERT_GE(after.size(), before.size());

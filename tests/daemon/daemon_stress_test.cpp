@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -51,10 +50,9 @@ std::set<std::string> dynamic_symbols(const std::string &file, const char *optio
   run_result nm = run_program("/usr/bin/nm", {"-D", option, file});
   EXPECT_EQ(0, nm.exit_status) << nm.err;
   std::set<std::string> names;
-  std::istringstream lines(nm.out);
-  for (std::string line; std::getline(lines, line);) {
-    line = line.substr(line.find_last_of(' ') + 1);
-    names.insert(line.substr(0, line.find('@')));
+  for (const std::string &line : lines_of(nm.out)) {
+    const std::string name = line.substr(line.find_last_of(' ') + 1);
+    names.insert(name.substr(0, name.find('@')));
   }
   return names;
 }

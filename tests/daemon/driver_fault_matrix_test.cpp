@@ -149,14 +149,6 @@ std::vector<fault_case> all_cases() {
   return out;
 }
 
-// The requests' sizes: accum's offers or map's capacities.
-std::vector<uint64_t> sizes(const daemon_run &run, const std::string &request) {
-  std::vector<uint64_t> out;
-  for (const driver_request &r : run.named(request))
-    out.push_back(r.num(request == "accum" ? "offer" : "capacity"));
-  return out;
-}
-
 // How long a daemon that never settles is watched before the harness's
 // last second of watching, and how much its data may grow in that second.
 // Its buffer grows by a few bytes per retry and one buffer is live at a
@@ -177,8 +169,7 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
   daemon_sandbox box;
   box.write_scenario(s);
   const bool unstable = c.status == -1;
-  daemon_run run = box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"},
-                           unstable ? WATCH_SECONDS : 60);
+  daemon_run run = box.run(ONE_SAMPLE_CYCLES, unstable ? WATCH_SECONDS : 60);
   SCOPED_TRACE(unstable ? run.describe().substr(0, 4000) : run.describe());
 
   if (unstable) {
@@ -189,7 +180,7 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
     EXPECT_EQ(SIGKILL, run.signal);
     ASSERT_GT(run.pid, 0);
     EXPECT_EQ(-1, kill(run.pid, 0)); // no such process any more
-    std::vector<uint64_t> seen = sizes(run, c.sizes_of);
+    std::vector<uint64_t> seen = run.sizes(c.sizes_of);
     EXPECT_GT(seen.size(), 100u);
     EXPECT_TRUE(std::is_sorted(seen.end() - 100, seen.end()));
     EXPECT_EQ(c.sizes_of, run.requests.back().name);
@@ -198,7 +189,7 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
     ASSERT_FALSE(run.timed_out);
     EXPECT_EQ(c.status, run.status);
     if (!c.sizes_of.empty()) {
-      EXPECT_EQ(c.sizes, sizes(run, c.sizes_of));
+      EXPECT_EQ(c.sizes, run.sizes(c.sizes_of));
     }
   }
   std::vector<std::string> log;

@@ -1,8 +1,11 @@
-// The replay through the simulated cache, on small hand-built traces:
-// admission against the interval's threshold, what counts as a hit, the
-// hot/warm/cold ageing, the order in which the cold list gives up entries,
-// and the one-interval threshold lag.  Every figure is worked out from the
-// replay rules in the comments.  Region r of (8,0) is "8 0 <128 r> 1".
+// The replay through the simulated cache on a hand-built trace that walks
+// one region through every cache state, the figures worked out from the
+// replay rules in the comments, and a cache too large to allocate.  Region
+// r of (8,0) is "8 0 <128 r> 1".  Every other rule (admission, what counts
+// as a hit, the threshold lag, w_flag, the order of eviction) is the
+// differential's matter: the compact replay must agree with the streaming
+// one at every size on generated traces (replay_differential_test.cpp),
+// and both feed the byte-for-byte reports (profiler_report_test.cpp).
 
 #include <gtest/gtest.h>
 
@@ -17,31 +20,21 @@
 
 namespace {
 
-void reset_replay_state() {
-  vol_stathash_reset(&cache_area);
-  vol_stathash_reset(&access_tbl);
-  cold_ent = cold_list{};
-  reset_trace_state(); // casize and w_flag too
-  read_hit = read_miss = 0;
-  thrshold = 0;
-}
-
 class LruReplay : public testing::Test {
 protected:
-  void TearDown() override { reset_replay_state(); }
+  void TearDown() override { reset_trace_state(); }
 
   // Replays `trace` at a cache of `regions`, interval k's workload record
   // (stamped 600 k) carrying thresholds[k - 1]; returns {hits, misses}.
   std::vector<uint64_t> replay(const std::string &trace, uint64_t regions,
-                               const std::vector<uint32_t> &thresholds, int32_t flag = 0) {
-    reset_replay_state();
+                               const std::vector<uint32_t> &thresholds) {
+    reset_trace_state();
     for (size_t k = 0; k < thresholds.size(); k++) {
       wrkload_rec rec{}; // no regions: no per-volume counting
       rec.threshold = thresholds[k];
       vol_add_workload(&rec, 600 * (k + 1));
     }
     casize = regions;
-    w_flag = flag;
     vol_apply_lru(dir_.write("out", trace).c_str(), nullptr);
     return {read_hit, read_miss};
   }
@@ -53,63 +46,16 @@ const std::string sep = "0 0 0 0\n";
 const std::string a = "8 0 0 1\n";   // region 0
 const std::string b = "8 0 128 1\n"; // region 1
 
-TEST_F(LruReplay, HitsAndMissesOfHandBuiltTraces) {
-  struct {
-    const char *what;
-    std::string trace;
-    uint64_t regions;
-    std::vector<uint32_t> thresholds;
-    int32_t w_flag;
-    std::vector<uint64_t> figures; // hits, misses
-  } cases[] = {
-      // One interval, threshold 0: every region admitted while there is room.
-      {"a read hits only when a region was already cached",
-       a +                                   // miss, admitted
-           a +                               // hit
-           "8 0 127 2\n" +                   // regions 0 and 1: one read, a hit; 1 admitted
-           "8 0 256 1\n" +                   // region 2: miss
-           b +                               // hit
-           "8 0 1000 0\n" +                  // zero length: neither
-           "8 0 18446744073709551615 2\n" +  // the end wraps: a miss
-           "0 0 0 5\n0 0 0 5\n" +            // device (0,0) region 0: miss, hit
-           "x\n" +                           // repeats the previous read: hit
-           "8 0\n" +                         // start 0 and length 5 kept: region 0, hit
-           "8 0 256 1" + std::string(300, ' ') + "\n", // two pieces, the second repeats: 2 hits
-       10, {}, 0, {8, 4}},
-      // Interval 2 runs with interval 1's threshold 3, not its own 1:
-      // region 5 is admitted on its third read and hit on the fourth; region
-      // 0, admitted in interval 1 (threshold 0), hits.
-      {"interval k takes interval k - 1's threshold",
-       a + sep + "8 0 640 1\n8 0 640 1\n8 0 640 1\n8 0 640 1\n" + a, 10, {3, 1}, 0, {2, 4}},
-      // Room for one region, threshold 2 from interval 2 on.  2: A twice,
-      // admitted on the second read with its count 2 (a miss); it ends hot.
-      // 3: B twice, no room, nothing cold; A turns warm.  4: the same; A
-      // turns cold.  5: B's second read recycles A's node; A misses (count 1,
-      // not admitted); B hits.
-      {"admission at the threshold, then hot, warm, cold and evicted",
-       sep + a + a + sep + b + b + sep + b + b + sep + b + b + a + b, 1, {2, 2, 2, 2}, 0, {1, 9}},
-      // Room for one region, threshold 2 from interval 2 on.  1: A admitted,
-      // hot.  2: quiet, warm.  3: A twice (hits): warm and busy, hot again.
-      // 4: quiet, warm.  5: B twice, nothing cold: misses; A turns cold.
-      // 6: A twice (hits): cold and busy, only warm.  7: B twice, nothing
-      // cold: misses; A cold again.  8: B's second read evicts A; A misses.
-      {"warm and cold regions come back",
-       a + sep + sep + a + a + sep + sep + b + b + sep + a + a + sep + b + b + sep + b + b + a, 1,
-       {2, 2, 2, 2, 2, 2, 2}, 0, {4, 8}},
-      // Room for two: regions 1 and 2 (buckets 1 and 2) admitted, then two
-      // quiet intervals at threshold 1 turn both cold, pushed in bucket
-      // order, so region 2 goes first: region 3 takes its node and region 1
-      // hits twice.
-      {"eviction takes the highest bucket first",
-       b + "8 0 256 1\n" + sep + sep + sep + "8 0 384 1\n" + b + b, 2, {1, 1, 1}, 0, {2, 3}},
-      // Interval 2 runs with threshold 5: region 3 read twice is admitted
-      // only with w_flag, which turns its second read into a hit.
-      {"without w_flag", a + sep + "8 0 384 1\n8 0 384 1\n", 10, {5}, 0, {0, 3}},
-      {"with w_flag", a + sep + "8 0 384 1\n8 0 384 1\n", 10, {5}, 1, {1, 2}},
-      {"a cache of no regions", a + a + a, 0, {}, 0, {0, 3}},
-  };
-  for (const auto &c : cases)
-    EXPECT_EQ(c.figures, replay(c.trace, c.regions, c.thresholds, c.w_flag)) << c.what;
+// Room for one region, threshold 2 from interval 2 on.  1: A admitted, hot.
+// 2: quiet, warm.  3: A twice (hits): warm and busy, hot again.  4: quiet,
+// warm.  5: B twice, nothing cold: misses; A turns cold.  6: A twice
+// (hits): cold and busy, only warm.  7: B twice, nothing cold: misses; A
+// cold again.  8: B's second read evicts A; A misses.
+TEST_F(LruReplay, WarmAndColdRegionsComeBackAndColdOnesAreEvicted) {
+  EXPECT_EQ((std::vector<uint64_t>{4, 8}),
+            replay(a + sep + sep + a + a + sep + sep + b + b + sep + a + a + sep + b + b + sep +
+                       b + b + a,
+                   1, {2, 2, 2, 2, 2, 2, 2}));
   // A replay leaves its tables empty for the next.
   EXPECT_EQ(nullptr, cache_area.pool);
   EXPECT_EQ(nullptr, access_tbl.pool);

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,14 +34,6 @@ run_result profile_limited(const std::string &dir, long limit_kb) {
                      {"-c", "ulimit -v " + std::to_string(limit_kb) + " && exec \"$0\" \"$@\"",
                       ZRIOSTATD_BIN, "-p", "-i", dir, "-c", "40"},
                      env);
-}
-
-std::vector<std::string> lines(const std::string &text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    out.push_back(line);
-  return out;
 }
 
 TEST(ProfilerMemoryLimit, AllocationFailuresEndInTheMessageNeverACrash) {
@@ -78,7 +69,7 @@ TEST(ProfilerMemoryLimit, AllocationFailuresEndInTheMessageNeverACrash) {
                  "\n" + r.err.substr(0, 2000));
     ASSERT_EQ(0, r.signal);
     ASSERT_TRUE(r.exit_status == 0 || r.exit_status == 1);
-    for (const std::string &line : lines(r.err))
+    for (const std::string &line : lines_of(r.err))
       ASSERT_EQ(1u, allowed.count(line)) << line;
     const bool reported = r.err.find("Q-5-1-734 Memory allocation failure") != std::string::npos;
     failures_reported += reported;

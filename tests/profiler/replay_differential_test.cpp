@@ -108,13 +108,8 @@ protected:
     unsetenv("ZRIOSTAT_REPLAY_MEMORY");
   }
   static void reset() {
-    vol_use_literal_replay(false);
     reset_trace_state();
-    read_hit = read_miss = 0;
-    thrshold = 0;
-    w_flag = 0;
     debug = 0;
-    rhs = rms = 0.0f;
   }
 
   // {hits, misses} of one replay at `size`.

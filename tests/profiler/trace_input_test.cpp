@@ -33,13 +33,6 @@ protected:
   }
 };
 
-std::vector<uint64_t> elapsed_stamps() {
-  std::vector<uint64_t> stamps;
-  for (const wrkload_node *n = wrkload_list; n != nullptr; n = n->next)
-    stamps.push_back(n->elapsed);
-  return stamps;
-}
-
 std::vector<uint64_t> chain_counts(uint32_t id) {
   std::vector<uint64_t> counts;
   for (const vwload_ent *e = vwload_list[id]; e != nullptr; e = e->next)
@@ -112,26 +105,6 @@ TEST_F(TraceInput, LinesBecomeRegionCounts) {
     EXPECT_EQ(c.entries, store.get()->count);
     for (const region_count &e : c.counts)
       EXPECT_EQ(e.count, store.count(e.region, e.id)) << "region " << e.region << " id " << e.id;
-  }
-}
-
-// Every interval is stamped 600 s after the one before, the last counting
-// whole; a separator just before the end adds an empty interval, and an
-// empty trace is one empty interval with no predicted size.
-TEST_F(TraceInput, IntervalsAreStampedEvery600SecondsAndTheLastCountsWhole) {
-  const std::string three = "8 0 0 1\n0 0 0 0\n8 0 0 1\n0 0 0 0\n8 0 0 1\n";
-  const struct {
-    std::string text;
-    std::vector<uint64_t> stamps;
-    uint64_t reads;
-  } cases[] = {{three, {600, 1200, 1800}, 3}, {three + "0 0 0 0\n", {600, 1200, 1800, 2400}, 3}, {"", {600}, 0}};
-  for (const auto &c : cases) {
-    reset_trace_state();
-    process(c.text);
-    EXPECT_EQ(c.stamps, elapsed_stamps());
-    EXPECT_EQ(c.stamps.back() / 3600.0f, duration);
-    EXPECT_EQ(c.reads, num_of_reads);
-    EXPECT_EQ(0u, casize);
   }
 }
 

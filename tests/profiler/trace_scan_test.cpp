@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "profiler/trace_scan.h"
@@ -21,11 +22,10 @@ void expect_same_as_sscanf(const std::string &text, const trace_line &before) {
   int n = sscanf(text.c_str(), "%d %d %llu %llu", &want.major, &want.minor, &want.start, &want.length);
   trace_line got = before;
   int m = vol_scan_trace_fields(text.c_str(), &got);
-  EXPECT_TRUE((n < 0 ? 0 : n) == m && want.major == got.major && want.minor == got.minor &&
-              want.start == got.start && want.length == got.length)
-      << testing::PrintToString(text) << ": sscanf " << n << " " << want.major << " "
-      << want.minor << " " << want.start << " " << want.length << ", scanner " << m << " "
-      << got.major << " " << got.minor << " " << got.start << " " << got.length;
+  // Fields taken, then the fields: sscanf's on the left, the scanner's on the right.
+  EXPECT_EQ(std::make_tuple(n < 0 ? 0 : n, want.major, want.minor, want.start, want.length),
+            std::make_tuple(m, got.major, got.minor, got.start, got.length))
+      << testing::PrintToString(text);
 }
 
 TEST(TraceScan, LinesScanAsTheLibraryScansThem) {

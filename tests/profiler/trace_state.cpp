@@ -7,7 +7,11 @@
 #include "profiler/trace_input.h"
 
 void reset_trace_state() {
+  vol_use_literal_replay(false);
   vol_drop_replay_trace();
+  vol_stathash_reset(&cache_area);
+  vol_stathash_reset(&access_tbl);
+  cold_ent = cold_list{};
   vol_forget_trace_input();
   for (uint32_t u = 0; u < vwload_slots; u++) {
     if (vmaxwload_list[u] != nullptr) {
@@ -21,6 +25,9 @@ void reset_trace_state() {
   w_flag = 0;
   cache_lat = 0.0f;
   disk_lat = 0.0f;
+  read_hit = read_miss = 0;
+  rhs = rms = 0.0f;
+  thrshold = 0;
 }
 
 FILE *text_file(const std::string &text) {

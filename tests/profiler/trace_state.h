@@ -8,10 +8,12 @@
 #include "stats/stathash.h"
 #include "zeroed_heap.h"
 
-// Frees the device table, the interval list, the per-volume records and the
-// replays' compact trace, and
-// zeroes guniq_id, num_of_reads, duration, casize and the latencies.  The
-// per-volume slot arrays stay allocated, every slot null.
+// Frees the device table, the interval list, the per-volume records, the
+// replays' compact trace and the streaming replay's tables and cold list;
+// zeroes guniq_id, num_of_reads, duration, casize, w_flag, the latencies,
+// the hit and miss counts and ratios and the replay's threshold; and puts
+// the replays back on the compact form.  The per-volume slot arrays stay
+// allocated, every slot null.
 void reset_trace_state();
 
 // A temporary file holding `text`, positioned at its start; closing it

@@ -14,6 +14,7 @@
 #include "stats_reader/stats_follow.h"
 #include "stats_reader/stats_format.h"
 #include "stats_reader/stats_print.h"
+#include "support/mem_stream.h"
 #include "support/stats_file.h"
 #include "support/temp_dir.h"
 
@@ -49,19 +50,6 @@ std::string record(uint64_t k, bool details = true) {
 struct printed {
   int status;
   std::string out, err;
-};
-
-// A FILE that writes into memory; take() closes it and gives the text.
-struct mem_stream {
-  char *buf = nullptr;
-  size_t len = 0;
-  FILE *f = open_memstream(&buf, &len);
-  std::string take() {
-    fclose(f);
-    std::string s(buf, len);
-    free(buf);
-    return s;
-  }
 };
 
 printed print(std::string bytes, stats_options opt) {

@@ -31,7 +31,7 @@ TEST(Zrstat, PrintsWhatTheDaemonWasFed) {
                      "volume 300 aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee\n" +
                      sample_line({{7, 1000, 10, 40}, {300, 50, 10, 6}, {7, 5000, 100, 1}}) +
                      "fail update 2 EPERM\n");
-  daemon_run run = box.run({"-x", "interval=0", "-x", "numiter=1", "-x", "writefile=details"});
+  daemon_run run = box.run(ONE_SAMPLE_CYCLES);
   SCOPED_TRACE(run.describe());
   ASSERT_EQ(1, run.status);
 

@@ -80,8 +80,6 @@ run_result run_program(const std::string &program, const std::vector<std::string
     dup2(fileno(out), STDOUT_FILENO);
     dup2(fileno(err), STDERR_FILENO);
     dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0)
-      _exit(126);
     execve(program.c_str(), argv.data(), envp.data());
     _exit(127);
   }

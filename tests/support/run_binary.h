@@ -17,7 +17,6 @@ struct run_options {
   // LANG, LANGUAGE and LC_* are never passed on: the child gets LC_ALL=C
   // unless this names a locale variable itself.
   std::vector<std::string> env;
-  std::string cwd;               // working directory; empty: the test's own
   int timeout_seconds = 120;     // the child is killed with SIGKILL past this
 };
 

@@ -16,8 +16,10 @@ stats_header header_fields(const wl_header &h) {
           h.max_drop, h.maxdrop_cnt, h.maxdrop_idx};
 }
 
-std::vector<file_record> read_stats_file(const std::string &bytes) {
+std::vector<file_record> read_stats_file(const std::string &bytes, bool *torn) {
   std::vector<file_record> out;
+  if (torn != nullptr)
+    *torn = false;
   if (bytes.empty())
     return out;
   std::string copy = bytes; // fmemopen wants a writable buffer
@@ -36,8 +38,12 @@ std::vector<file_record> read_stats_file(const std::string &bytes) {
       f.detail.push_back({e.volid, e.region, e.acc_cnt});
     out.push_back(f);
   }
-  EXPECT_EQ(STATS_END, s) << "the reader stopped at byte " << reader.offset
-                          << (reader.why != nullptr ? reader.why : "");
+  if (torn != nullptr && s == STATS_TORN) {
+    *torn = true;
+  } else {
+    EXPECT_EQ(STATS_END, s) << "the reader stopped at byte " << reader.offset
+                            << (reader.why != nullptr ? reader.why : "");
+  }
   for (size_t i = 0; i < out.size(); i++)
     out[i].size = (i + 1 < out.size() ? out[i + 1].offset : reader.offset) - out[i].offset;
   fclose(in);

@@ -39,9 +39,10 @@ struct file_record {
   std::vector<stats_detail> detail; // every detail record, wl_count of them with details
 };
 
-// Every record of a whole file.  Adds a test failure, with the reader's
-// verdict and offset, when the bytes do not end on a record boundary.
-std::vector<file_record> read_stats_file(const std::string &bytes);
+// Every whole record of a file.  Adds a test failure, with the reader's
+// verdict and offset, when the bytes do not end on a record boundary; when
+// `torn` is given, a record cut short at the end is only reported there.
+std::vector<file_record> read_stats_file(const std::string &bytes, bool *torn = nullptr);
 
 // A volume of a guid-volid map: the guid as its groups, then its last eight
 // bytes as stored.

@@ -27,6 +27,14 @@ std::string scoped_temp_dir::write(const std::string &name, const std::string &c
   return path;
 }
 
+std::vector<std::string> lines_of(const std::string &text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    out.push_back(line);
+  return out;
+}
+
 std::string read_file(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream contents;

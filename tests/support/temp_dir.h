@@ -3,6 +3,7 @@
 // when the object goes away.
 
 #include <string>
+#include <vector>
 
 class scoped_temp_dir {
 public:
@@ -23,3 +24,5 @@ private:
 
 // The whole contents of a file; empty when it cannot be read.
 std::string read_file(const std::string &path);
+// The lines of `text`, without their line ends.
+std::vector<std::string> lines_of(const std::string &text);

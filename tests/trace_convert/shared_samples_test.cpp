@@ -48,8 +48,8 @@ TEST_P(shared_sample, converts_and_profiles) {
 
 INSTANTIATE_TEST_SUITE_P(samples, shared_sample, testing::ValuesIn(all_samples), [](const auto &info) { return test_name_of(info.param.file); });
 
-// The daemon tests' CloudPhysics slice (intervals 2 and 6 of the sample)
-// is what one command makes of it.
+// The committed CloudPhysics slice (intervals 2 and 6 of the sample, a
+// seed of the fuzz targets) is what one command makes of it.
 TEST(shared_sample_slice, reproduces_the_committed_cloudphysics_slice) {
   scoped_temp_dir dir;
   run_result conv = run_program(
