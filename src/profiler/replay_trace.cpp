@@ -28,7 +28,8 @@ constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
 replay_recorder::pending::~pending() = default;
 
-replay_recorder::replay_recorder() : trace_(new replay_trace), keys_(new region_key_table) {}
+replay_recorder::replay_recorder(uint64_t chunk_words)
+    : trace_(new replay_trace(chunk_words)), keys_(new region_key_table) {}
 replay_recorder::~replay_recorder() = default;
 
 void replay_recorder::push(uint32_t w) {
@@ -268,8 +269,8 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
   return t;
 }
 
-std::unique_ptr<replay_recorder::pending> vol_record_replay_trace(FILE *trace) {
-  replay_recorder rec;
+std::unique_ptr<replay_recorder::pending> vol_record_replay_trace(FILE *trace, uint64_t chunk_words) {
+  replay_recorder rec(chunk_words);
   trace_piece_reader reader(trace);
   trace_line line{};
   while (const char *piece = reader.next()) {

@@ -36,6 +36,9 @@ constexpr uint32_t TRACE_WRAPPED_READ = 0xFFFFFFFF;
 constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x3FFFFFFF is reserved
 
 struct replay_trace {
+  // Chunks of other than TRACE_CHUNK_WORDS words are for tests.
+  explicit replay_trace(uint64_t chunk_words = TRACE_CHUNK_WORDS) : words(chunk_words) {}
+
   replay_words words;                  // every interval's words, in order
   std::vector<uint64_t> interval_end;  // word offset where each interval ends
   std::vector<uint32_t> bucket;        // per id: the cache table bucket (set when settled)
@@ -53,7 +56,8 @@ struct replay_trace {
 // the trace input and the device map, so its number is settled by finish().
 class replay_recorder {
 public:
-  replay_recorder();
+  // Chunks of other than TRACE_CHUNK_WORDS words are for tests.
+  explicit replay_recorder(uint64_t chunk_words = TRACE_CHUNK_WORDS);
   ~replay_recorder();
   replay_recorder(const replay_recorder &) = delete;
   replay_recorder &operator=(const replay_recorder &) = delete;
@@ -129,4 +133,5 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
 
 // Reads the replay's view of a whole trace file (no aggregation).  Null when
 // the form cannot be built.
-std::unique_ptr<replay_recorder::pending> vol_record_replay_trace(FILE *trace);
+std::unique_ptr<replay_recorder::pending> vol_record_replay_trace(FILE *trace,
+                                                                 uint64_t chunk_words = TRACE_CHUNK_WORDS);

@@ -106,7 +106,7 @@ bool same_fields(const trace_line &a, const trace_line &b) {
 
 // Lines scanned some way ahead of the one being counted: each region
 // access costs a lookup in a table far larger than the processor's caches,
-// so the slot of a whole line's first region is fetched while the lines
+// so the slots of a line's first few regions are fetched while the lines
 // before it are counted.  Only a hint; nothing depends on it.
 class scanned_lines {
 public:

@@ -17,7 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "profiler/compact_replay.h"
 #include "profiler/lru_replay.h"
+#include "profiler/replay_trace.h"
 #include "profiler/profiler_main.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_input.h"
@@ -164,6 +166,36 @@ TEST_F(ReplayDifferential, HitsAndMissesAtEverySize) {
         ASSERT_EQ(literal, fast) << "size " << size << " w_flag " << flag;
       }
     }
+  }
+}
+
+// The replay steps through the words a chunk at a time: chunks of a few
+// words, which every interval crosses, give the figures of the program's
+// chunks of a million.
+TEST_F(ReplayDifferential, ChunksOfAnySizeReplayTheSame) {
+  std::mt19937_64 rng(11);
+  for (int n = 0; n < 6; n++) {
+    SCOPED_TRACE("trace " + std::to_string(n));
+    const std::string text = random_trace(rng);
+    reset();
+    FILE *f = text_file(text);
+    auto ctx = make_zeroed<iostat_ctx>();
+    vol_process_trace_input(f, ctx.get()); // the thresholds
+    std::vector<uint64_t> figures_by_chunk[2];
+    for (uint64_t chunk : {TRACE_CHUNK_WORDS, uint64_t{7}}) {
+      rewind(f);
+      std::unique_ptr<replay_trace> t = vol_settle_replay_trace(vol_record_replay_trace(f, chunk));
+      ASSERT_NE(t, nullptr);
+      for (uint64_t size : {uint64_t{0}, uint64_t{5}, uint64_t{150}, casize}) {
+        for (bool admit_all : {false, true}) {
+          replay_figures fig;
+          ASSERT_TRUE(vol_replay_compact(*t, size, admit_all, &fig));
+          figures_by_chunk[chunk == 7].insert(figures_by_chunk[chunk == 7].end(), {fig.hits, fig.misses});
+        }
+      }
+    }
+    fclose(f);
+    EXPECT_EQ(figures_by_chunk[0], figures_by_chunk[1]);
   }
 }
 
