@@ -7,8 +7,8 @@
 #include "profiler/trace_input.h"
 
 #include <cstdlib>
-#include <malloc.h>
 #include <cstring>
+#include <malloc.h>
 #include <new>
 
 #include "common/xmalloc.h"
