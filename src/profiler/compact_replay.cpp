@@ -23,7 +23,6 @@ namespace {
 constexpr uint32_t STATE_MASK = ~CACHE_COUNT_MASK;
 constexpr uint32_t BUSY = 1; // in a node's state: read to the threshold this interval
 constexpr unsigned SEQ_BITS = 44;      // eviction key: inverted bucket | admission
-constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
 struct node {
   uint32_t id;
@@ -97,13 +96,7 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     const uint64_t stop = std::min<uint64_t>(chunk_words, at + (end - i));
     i += stop - at;
     for (; at < stop; at++) {
-      // The slots lie anywhere in an array larger than the processor's
-      // caches: each is fetched some words ahead of its use.
-      if (at + PREFETCH_DISTANCE < stop) {
-        const uint32_t ahead = chunk[at + PREFETCH_DISTANCE] & TRACE_ID_MASK;
-        if (ahead < slots_.size())
-          __builtin_prefetch(&slots_[ahead]);
-      }
+      vol_prefetch_ahead(chunk, at, stop, slots_);
       const uint32_t w = chunk[at];
       if ((w & TRACE_READ_START) != 0) {
         f->hits += read == 2;

@@ -22,7 +22,6 @@ namespace {
 // A device met by the replay before the device table knew it has the key
 // NEW_DEVICE_KEY + its number in the order met; every other key is volid16.
 constexpr uint32_t NEW_DEVICE_KEY = 0x10000;
-constexpr uint64_t PREFETCH_DISTANCE = 16; // words
 
 } // namespace
 
@@ -235,10 +234,7 @@ bool mark_admissions(replay_trace *t) {
   bool wraps = false;
   const bool marked = t->words.rewrite_chunks([&](uint32_t *words, uint64_t n) {
     for (uint64_t i = 0; i < n; i++, at++) {
-      // The counts lie anywhere in an array larger than the processor's
-      // caches: each is fetched some words ahead of its use.
-      if (i + PREFETCH_DISTANCE < n && (words[i + PREFETCH_DISTANCE] & TRACE_ID_MASK) < counts.size())
-        __builtin_prefetch(&counts[words[i + PREFETCH_DISTANCE] & TRACE_ID_MASK]);
+      vol_prefetch_ahead(words, i, n, counts);
       while (at == t->interval_end[k])
         k++;
       const uint32_t w = words[i];

@@ -21,6 +21,7 @@
 #include <memory>
 #include <vector>
 
+#include "common/zeroed_pages.h"
 #include "profiler/interval_ranking.h"
 #include "profiler/replay_words.h"
 #include "profiler/trace_line.h"
@@ -34,6 +35,19 @@ constexpr uint32_t TRACE_ADMIT = 0x40000000;       // count at the threshold (se
 constexpr uint32_t TRACE_ID_MASK = 0x3FFFFFFF;
 constexpr uint32_t TRACE_WRAPPED_READ = 0xFFFFFFFF;
 constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x3FFFFFFF is reserved
+
+// Per-id arrays lie anywhere in memory larger than the processor's caches:
+// a pass over the words fetches the entry of the id some words ahead of
+// the one it works on.  words[0, n) is the chunk being passed over.
+constexpr uint64_t TRACE_PREFETCH_WORDS = 16;
+template <class T>
+void vol_prefetch_ahead(const uint32_t *words, uint64_t i, uint64_t n, const zeroed_array<T> &per_id) {
+  if (i + TRACE_PREFETCH_WORDS < n) {
+    const uint32_t id = words[i + TRACE_PREFETCH_WORDS] & TRACE_ID_MASK;
+    if (id < per_id.size())
+      __builtin_prefetch(&per_id[id]);
+  }
+}
 
 struct replay_trace {
   // Chunks of other than TRACE_CHUNK_WORDS words are for tests.
