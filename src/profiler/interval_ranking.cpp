@@ -19,7 +19,7 @@ constexpr unsigned DIGIT_BITS = 11;
 constexpr uint64_t DIGITS = uint64_t{1} << DIGIT_BITS;
 constexpr unsigned MAX_PASSES = (BUCKET_BITS + 32 + DIGIT_BITS - 1) / DIGIT_BITS;
 
-uint64_t bucket_of(const wrkload_ent &e) { return (e.region + e.volid) % STATHASH_BUCKETS; }
+uint64_t bucket_of(const wrkload_ent &e) { return vol_stathash_bucket(e.region, e.volid); }
 
 } // namespace
 

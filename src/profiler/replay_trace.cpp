@@ -177,7 +177,7 @@ namespace {
 void take_buckets(replay_trace *t, const region_key_table &keys) {
   t->bucket.resize(keys.keys());
   keys.for_each_key([t](uint32_t device, uint64_t region, uint32_t id) {
-    t->bucket[id] = static_cast<uint32_t>((region + device) % STATHASH_BUCKETS);
+    t->bucket[id] = static_cast<uint32_t>(vol_stathash_bucket(region, device));
   });
 }
 
@@ -205,7 +205,7 @@ bool settle_new_devices(replay_trace *t, const replay_recorder::pending &p) {
       return;
     }
     if (added)
-      bucket.push_back(static_cast<uint32_t>((region + v) % STATHASH_BUCKETS));
+      bucket.push_back(static_cast<uint32_t>(vol_stathash_bucket(region, v)));
     renumber[id] = final_keys.id_plus_one(i) - 1;
   });
   if (!ok)

@@ -14,7 +14,7 @@ stat_ent *vol_get_cold_entry(void) {
   // The entry was added with its whole stored volid, so its bucket is found
   // the same way here, not with the 16-bit lookup key.
   if (e->prev == nullptr) {
-    cache_area.buckets[(e->region + e->volid) % STATHASH_BUCKETS] = e->next;
+    cache_area.buckets[vol_stathash_bucket(e->region, e->volid)] = e->next;
   } else {
     e->prev->next = e->next;
   }

@@ -8,23 +8,17 @@
 
 #include "stats/pool_chunk.h"
 
-namespace {
-
 // Lookups and additions deliberately hash different volid widths (see
-// vol_stathash_find and vol_stathash_add); both go through this sum so that
-// the wrap-around of region + volid is the same 64-bit one everywhere.
-uint64_t bucket_of(uint64_t region, uint64_t volid) {
-  return (region + volid) % STATHASH_BUCKETS;
-}
-
-} // namespace
+// vol_stathash_find and vol_stathash_add); both go through
+// vol_stathash_bucket so that the wrap-around of region + volid is the same
+// 64-bit one everywhere.
 
 stat_ent *vol_stathash_find(uint64_t region, uint32_t volid, stathash *table) {
   // Only the low 16 bits of the key are a volume number.  An entry stored
   // with a wider volid was hashed with all of it and so lives in another
   // bucket (and never compares equal): such entries are never found.
   const uint32_t key = volid & 0xFFFF;
-  stat_ent *e = table->buckets[bucket_of(region, key)];
+  stat_ent *e = table->buckets[vol_stathash_bucket(region, key)];
   while (e != nullptr) {
     if (e->volid == key && e->region == region) {
       return e;
@@ -35,14 +29,14 @@ stat_ent *vol_stathash_find(uint64_t region, uint32_t volid, stathash *table) {
 }
 
 void vol_stathash_add(stat_ent *entry, stathash *table) {
-  stat_ent **head = &table->buckets[bucket_of(entry->region, entry->volid)];
+  stat_ent **head = &table->buckets[vol_stathash_bucket(entry->region, entry->volid)];
   entry->next = *head;
   *head = entry;
   table->count += 1;
 }
 
 void vol_stathash_add_in_cache(stat_ent *entry, stathash *table) {
-  stat_ent **head = &table->buckets[bucket_of(entry->region, entry->volid)];
+  stat_ent **head = &table->buckets[vol_stathash_bucket(entry->region, entry->volid)];
   entry->next = *head;
   entry->prev = nullptr;
   if (*head != nullptr) {

@@ -57,6 +57,11 @@ struct stathash_iter {
 
 // Returns the first entry of the chain of (region + (volid & 0xFFFF)) mod
 // 500009 whose volid equals volid & 0xFFFF and whose region matches, or null.
+// The bucket of (region, volid): the 64-bit sum, wrapping, modulo the
+// bucket count.  Everything that must order regions as the table's walk
+// does uses it.
+inline uint64_t vol_stathash_bucket(uint64_t region, uint64_t volid) { return (region + volid) % STATHASH_BUCKETS; }
+
 stat_ent *vol_stathash_find(uint64_t region, uint32_t volid, stathash *table);
 // Pushes entry at the head of its chain (hashed with the whole stored volid
 // word) and adds 1 to count.  Does not look for duplicates.
