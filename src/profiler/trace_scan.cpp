@@ -13,7 +13,9 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 // *overflow whether it exceeded 2^64 - 1 (the magnitude is then meaningless).
 bool scan_digits(const char **p, bool *negative, uint64_t *magnitude, bool *overflow) {
   const char *s = *p;
-  while (isspace(static_cast<unsigned char>(*s)))
+  // A blank is white space and a digit is not in every locale: only other
+  // bytes need the locale's table.
+  while (*s == ' ' || (!is_digit(*s) && isspace(static_cast<unsigned char>(*s))))
     s++;
   *negative = false;
   if (*s == '+' || *s == '-') {
@@ -22,7 +24,11 @@ bool scan_digits(const char **p, bool *negative, uint64_t *magnitude, bool *over
   }
   if (!is_digit(*s))
     return false;
+  // Nineteen digits stay below 10^19 < 2^64: only longer numbers can
+  // overflow, and only they pay for the check.
   uint64_t value = 0;
+  for (int unchecked = 19; unchecked > 0 && is_digit(*s); unchecked--, s++)
+    value = value * 10 + static_cast<uint64_t>(*s - '0');
   bool over = false;
   for (; is_digit(*s); s++) {
     uint64_t digit = static_cast<uint64_t>(*s - '0');
