@@ -52,9 +52,10 @@ int phases(const std::string &dir, unsigned threads) {
   fclose(f);
   if (t == nullptr)
     return 1;
-  printf("parse pass: %.3f s (%llu reads, %llu region accesses, %u region ids, %zu intervals)\n",
+  printf("parse pass: %.3f s (%llu reads, %llu region accesses, %u region ids, %u of them ever admitted, "
+         "%zu intervals)\n",
          parse, (unsigned long long)num_of_reads, (unsigned long long)t->words.size(), t->ids(),
-         t->interval_end.size());
+         t->admissible_ids, t->interval_end.size());
   printf("settling: %.3f s\n", settle);
 
   if (threads == 0)

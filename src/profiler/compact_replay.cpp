@@ -16,77 +16,99 @@
 #include <vector>
 
 #include "common/zeroed_pages.h"
+#include "profiler/cold_runs.h"
 #include "stats/stathash.h"
 
 namespace {
 
-constexpr uint32_t STATE_MASK = ~CACHE_COUNT_MASK;
-constexpr uint32_t BUSY = 1; // in a node's state: read to the threshold this interval
-constexpr unsigned SEQ_BITS = 44;      // eviction key: inverted bucket | admission
+constexpr unsigned SEQ_BITS = 44; // eviction key: inverted bucket | admission
 
-struct node {
-  uint32_t id;
-  uint32_t acc;    // cache state | BUSY
-  uint64_t key;    // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
-};
-
-struct cold_ref {
-  uint64_t key;
-  uint32_t node;
-  bool operator<(const cold_ref &o) const { return key < o.key; }
-};
+// A cached region's state counts good intervals: a busy interval raises it
+// and an idle one lowers it, each within [COLD, HOT].
+constexpr uint8_t COLD = 0;
+constexpr uint8_t WARM = 1;
+constexpr uint8_t HOT = 2;
 
 // Which cached regions were busy in an interval, the one thing the ageing
 // asks of the counts, follows from the words' TRACE_ADMIT marks: a region
 // read to the threshold in the interval has the mark on its last access
 // then, which either hits its node or admits it; a region never read that
-// far has no mark at all.  So no count is kept here, and a hit only reads
-// the id's slot.
+// far has no mark at all.  So no count is kept here.
+//
+// Hits and misses follow no pattern a processor could predict, so the
+// per-access work takes no branch on them: an id that is never cached reads
+// a slot past the cacheable ids' that stays 0, a miss marks the busy flag
+// of node "0", which no node owns, and a read's outcome is tallied by its
+// state.  The nodes' fields lie in arrays of their own, so that the ageing
+// walks small dense arrays and a hit touches one byte besides its slot.
 class cache_sim {
 public:
   cache_sim(const replay_trace &t, uint64_t capacity, bool admit_all)
-      : t_(t), capacity_(capacity), admit_all_(admit_all) {}
+      : t_(t), capacity_(capacity), admit_all_(admit_all),
+        cacheable_ids_(admit_all ? t.ids() : t.admissible_ids) {}
 
   // False when the per-id slots could not be had.
-  bool start() { return slots_.map(t_.ids() == 0 ? 1 : t_.ids()); }
+  bool start() { return slots_.map(uint64_t{cacheable_ids_} + 1); }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
 private:
-  void admit(uint32_t id, bool busy);
+  // Out of line: the access loop keeps its registers for the accesses,
+  // of which few admit.
+  [[gnu::noinline]] void admit(uint32_t id, bool busy);
   void age(uint32_t threshold);
+  // Whether a cold list entry still stands for its node.
+  auto live() const {
+    return [this](const cold_ref &c) { return state_[c.node] == COLD && key_[c.node] == c.key; };
+  }
 
   const replay_trace &t_;
   uint64_t capacity_;
   bool admit_all_;
-  zeroed_array<uint32_t> slots_; // per id: its node + 1 while cached, else 0
-  std::vector<node> nodes_;
-  std::vector<cold_ref> cold_;  // in eviction order from cold_next_ on
-  size_t cold_next_ = 0;
+  uint32_t cacheable_ids_;       // ids past these are never cached
+  zeroed_array<uint32_t> slots_; // per cacheable id: its node + 1 while cached, else 0
+  // Per node, numbered in the order the cache first filled them:
+  std::vector<uint32_t> id_;      // its region's id
+  std::vector<uint64_t> key_;     // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
+  std::vector<uint8_t> state_;    // COLD, WARM or HOT
+  std::vector<uint8_t> busy_{0};  // per node + 1: read to the threshold this interval
+  cold_runs cold_;
   uint64_t admissions_ = 0;
-  std::vector<cold_ref> fresh_, merged_;
+  std::vector<cold_ref> fresh_;  // the nodes the ageing turned cold
   std::unique_ptr<uint32_t[]> buffer_;  // a chunk read from the words' file
 };
 
 void cache_sim::admit(uint32_t id, bool busy) {
+  const uint64_t key = (STATHASH_BUCKETS - 1 - uint64_t{t_.bucket[id]}) << SEQ_BITS | admissions_;
   uint32_t n;
-  if (nodes_.size() < capacity_) {
-    n = static_cast<uint32_t>(nodes_.size());
-    nodes_.push_back(node{});
+  if (id_.size() < capacity_) {
+    n = static_cast<uint32_t>(id_.size());
+    id_.push_back(id);
+    key_.push_back(key);
+    state_.push_back(HOT);
+    busy_.push_back(busy);
   } else {
-    if (cold_next_ == cold_.size())
+    if (!cold_.take(live(), &n))
       return; // full, nothing evictable
-    n = cold_[cold_next_++].node;
-    slots_[nodes_[n].id] = 0;
+    slots_[id_[n]] = 0;
+    id_[n] = id;
+    key_[n] = key;
+    state_[n] = HOT;
+    busy_[n + 1] = busy;
   }
-  const uint64_t bucket = t_.bucket[id];
-  nodes_[n] = node{id, CACHE_HOT | (busy ? BUSY : 0),
-                   (STATHASH_BUCKETS - 1 - bucket) << SEQ_BITS | admissions_++};
+  admissions_++;
   slots_[id] = n + 1;
 }
 
 bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
-  int read = 0; // 0: none open, 1: open, no hit yet, 2: open with a hit
+  // A read's state: NO_READ, or open with no hit yet (MISSING) or with one
+  // (HIT).  Its outcome is counted when the next read starts.
+  constexpr uint32_t NO_READ = 0;
+  constexpr uint32_t MISSING = 1;
+  constexpr uint32_t HIT = 2;
+  uint64_t hits = 0;
+  uint64_t misses = 0;
+  uint32_t read = NO_READ;
   for (uint64_t i = begin; i < end;) {
     const uint64_t chunk_words = t_.words.chunk_words();
     const uint32_t *chunk = t_.words.chunk(i / chunk_words, &buffer_);
@@ -95,33 +117,39 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     uint64_t at = i % chunk_words;
     const uint64_t stop = std::min<uint64_t>(chunk_words, at + (end - i));
     i += stop - at;
+    // The arrays in locals, which the admissions' writes to the members
+    // cannot change, stay in registers.  admit() may move busy_'s data.
+    const uint32_t *slots = slots_.begin();
+    const uint32_t last_slot = cacheable_ids_;
+    const uint32_t admit_all = admit_all_ ? 1 : 0;
     for (; at < stop; at++) {
       vol_prefetch_ahead(chunk, at, stop, slots_);
       const uint32_t w = chunk[at];
-      if ((w & TRACE_READ_START) != 0) {
-        f->hits += read == 2;
-        f->misses += read == 1;
-        if (w == TRACE_WRAPPED_READ) {
-          f->misses += 1;
-          read = 0;
-          continue;
-        }
-        read = 1;
-      }
-      const uint32_t id = w & TRACE_ID_MASK;
-      const bool marked = (w & TRACE_ADMIT) != 0;
-      if (const uint32_t slot = slots_[id]) {
-        read = 2;
-        if (marked)
-          nodes_[slot - 1].acc |= BUSY;
+      if (w == TRACE_WRAPPED_READ) {
+        hits += read == HIT;
+        misses += (read == MISSING) + 1;
+        read = NO_READ;
         continue;
       }
-      if (admit_all_ || marked)
-        admit(id, marked);
+      const uint32_t starts = w >> 31;
+      hits += starts & (read == HIT);
+      misses += starts & (read == MISSING);
+      const uint32_t id = w & TRACE_ID_MASK;
+      const uint32_t marked = (w >> 30) & 1;
+      const uint32_t cached = slots[id < last_slot ? id : last_slot];
+      // Without a branch: read = cached ? HIT : starts ? MISSING : read.
+      const uint32_t hit_mask = 0 - static_cast<uint32_t>(cached != 0);
+      const uint32_t start_mask = 0 - starts;
+      read = (((read & ~start_mask) | (MISSING & start_mask)) & ~hit_mask) | (HIT & hit_mask);
+      busy_[cached] |= static_cast<uint8_t>(marked);
+      // One branch, rarely taken, where `&&` would make a second on
+      // whether the access hit.
+      if ((static_cast<uint32_t>(cached == 0) & (admit_all | marked)) != 0)
+        admit(id, marked != 0);
     }
   }
-  f->hits += read == 2;
-  f->misses += read == 1;
+  f->hits += hits + (read == HIT);
+  f->misses += misses + (read == MISSING);
   age(t_.threshold[k]);
   return true;
 }
@@ -130,37 +158,21 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
 // a cold one needs two good intervals to become hot again.
 void cache_sim::age(uint32_t threshold) {
   fresh_.clear();
-  for (uint32_t n = 0; n < nodes_.size(); n++) {
-    node &e = nodes_[n];
+  for (uint32_t n = 0; n < state_.size(); n++) {
     // At threshold 0 even a region not read at all is busy.
-    const bool busy = threshold == 0 || (e.acc & BUSY) != 0;
-    const uint32_t state = e.acc & STATE_MASK;
-    if (state == CACHE_HOT) {
-      e.acc = busy ? CACHE_HOT : CACHE_WARM;
-    } else if (state == CACHE_WARM) {
-      e.acc = busy ? CACHE_HOT : CACHE_COLD;
-      if (!busy)
-        fresh_.push_back(cold_ref{e.key, n});
-    } else {
-      e.acc = busy ? CACHE_WARM : CACHE_COLD;
+    const bool busy = threshold == 0 || busy_[n + 1] != 0;
+    busy_[n + 1] = 0;
+    const uint8_t state = state_[n];
+    if (busy) {
+      state_[n] = state == HOT ? HOT : state + 1;
+    } else if (state != COLD) {
+      state_[n] = state - 1;
+      if (state == WARM)
+        fresh_.push_back(cold_ref{key_[n], n});
     }
   }
-  // Entries still on the list were cold before; those still cold stay, in
-  // order, and the ones that just turned cold are merged in.
-  merged_.clear();
   std::sort(fresh_.begin(), fresh_.end());
-  auto keep = [this](const cold_ref &c) { return nodes_[c.node].acc == CACHE_COLD; };
-  size_t j = 0;
-  for (size_t i = cold_next_; i < cold_.size(); i++) {
-    if (!keep(cold_[i]))
-      continue;
-    while (j < fresh_.size() && fresh_[j].key < cold_[i].key)
-      merged_.push_back(fresh_[j++]);
-    merged_.push_back(cold_[i]);
-  }
-  merged_.insert(merged_.end(), fresh_.begin() + static_cast<ptrdiff_t>(j), fresh_.end());
-  cold_.swap(merged_);
-  cold_next_ = 0;
+  cold_.add_run(&fresh_, state_.size(), live());
 }
 
 } // namespace

@@ -220,8 +220,9 @@ bool settle_new_devices(replay_trace *t, const replay_recorder::pending &p) {
 // Marks with TRACE_ADMIT each word whose region's count in its interval,
 // counted as the replay counts it and this access included, has reached the
 // interval's threshold.  False when memory or the words' file failed, or a
-// count reached 2^28, where the replay's count wraps to 0.
-bool mark_admissions(replay_trace *t) {
+// count reached 2^28, where the replay's count wraps to 0.  *marked gets,
+// per id, whether any of its words was marked.
+bool mark_admissions(replay_trace *t, std::vector<bool> *marked) {
   struct count_in {
     uint32_t interval; // from 1; 0: never read
     uint32_t count;
@@ -229,10 +230,11 @@ bool mark_admissions(replay_trace *t) {
   zeroed_array<count_in> counts;
   if (!counts.map(t->ids() == 0 ? 1 : t->ids()))
     return false;
+  marked->assign(t->ids(), false);
   uint64_t at = 0;
   uint32_t k = 0;
   bool wraps = false;
-  const bool marked = t->words.rewrite_chunks([&](uint32_t *words, uint64_t n) {
+  const bool done = t->words.rewrite_chunks([&](uint32_t *words, uint64_t n) {
     for (uint64_t i = 0; i < n; i++, at++) {
       vol_prefetch_ahead(words, i, n, counts);
       while (at == t->interval_end[k])
@@ -240,15 +242,50 @@ bool mark_admissions(replay_trace *t) {
       const uint32_t w = words[i];
       if (w == TRACE_WRAPPED_READ)
         continue;
-      count_in &c = counts[w & TRACE_ID_MASK];
+      const uint32_t id = w & TRACE_ID_MASK;
+      count_in &c = counts[id];
       if (c.interval != k + 1)
         c = count_in{k + 1, 0};
       wraps |= ++c.count > CACHE_COUNT_MASK;
-      if (c.count >= t->threshold[k])
+      if (c.count >= t->threshold[k]) {
         words[i] = w | TRACE_ADMIT;
+        (*marked)[id] = true;
+      }
     }
   });
-  return marked && !wraps;
+  return done && !wraps;
+}
+
+// Numbers the ids with a marked word first, keeping their order, so that
+// the replays' per-id arrays need only them: an id never marked is never
+// admitted unless every access admits.  False when memory or the words'
+// file failed.
+bool number_admissible_first(replay_trace *t, const std::vector<bool> &marked) {
+  zeroed_array<uint32_t> renumber;
+  if (!renumber.map(t->ids() == 0 ? 1 : t->ids()))
+    return false;
+  uint32_t next = 0;
+  for (uint32_t id = 0; id < t->ids(); id++) {
+    if (marked[id])
+      renumber[id] = next++;
+  }
+  t->admissible_ids = next;
+  for (uint32_t id = 0; id < t->ids(); id++) {
+    if (!marked[id])
+      renumber[id] = next++;
+  }
+  std::vector<uint32_t> bucket(t->ids());
+  for (uint32_t id = 0; id < t->ids(); id++)
+    bucket[renumber[id]] = t->bucket[id];
+  t->bucket.swap(bucket);
+  return t->words.rewrite_chunks([&renumber](uint32_t *words, uint64_t n) {
+    for (uint64_t i = 0; i < n; i++) {
+      vol_prefetch_ahead(words, i, n, renumber);
+      const uint32_t w = words[i];
+      if (w != TRACE_WRAPPED_READ)
+        words[i] = (w & ~TRACE_ID_MASK) | renumber[w & TRACE_ID_MASK];
+    }
+  });
 }
 
 } // namespace
@@ -260,7 +297,8 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
     take_buckets(t.get(), *p->keys);
   else if (!settle_new_devices(t.get(), *p))
     return nullptr;
-  if (!mark_admissions(t.get()))
+  std::vector<bool> marked;
+  if (!mark_admissions(t.get(), &marked) || !number_admissible_first(t.get(), marked))
     return nullptr;
   return t;
 }

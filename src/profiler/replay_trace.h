@@ -14,7 +14,9 @@
 // computed once: each id's cache bucket, each interval's threshold, and on
 // each word whether the region's accesses in its interval, this one included,
 // have reached the interval's threshold (TRACE_ADMIT): the replay's
-// admission test and all that its ageing asks of the counts.
+// admission test and all that its ageing asks of the counts.  The ids with
+// such a mark come first: the others are cached only when every access
+// admits, so most replays keep per-id state for the first ones alone.
 
 #include <cstdint>
 #include <cstdio>
@@ -40,8 +42,8 @@ constexpr uint32_t TRACE_MAX_IDS = TRACE_ID_MASK;  // id 0x3FFFFFFF is reserved
 // a pass over the words fetches the entry of the id some words ahead of
 // the one it works on.  words[0, n) is the chunk being passed over.
 constexpr uint64_t TRACE_PREFETCH_WORDS = 16;
-template <class T>
-void vol_prefetch_ahead(const uint32_t *words, uint64_t i, uint64_t n, const zeroed_array<T> &per_id) {
+template <class PerId>
+void vol_prefetch_ahead(const uint32_t *words, uint64_t i, uint64_t n, const PerId &per_id) {
   if (i + TRACE_PREFETCH_WORDS < n) {
     const uint32_t id = words[i + TRACE_PREFETCH_WORDS] & TRACE_ID_MASK;
     if (id < per_id.size())
@@ -56,6 +58,7 @@ struct replay_trace {
   replay_words words;                  // every interval's words, in order
   std::vector<uint64_t> interval_end;  // word offset where each interval ends
   std::vector<uint32_t> bucket;        // per id: the cache table bucket (set when settled)
+  uint32_t admissible_ids = 0;         // ids [0, this) have a TRACE_ADMIT word (set when settled)
   std::vector<uint32_t> threshold;     // per interval: its admission threshold
   uint32_t last_threshold = 0;         // the threshold the last interval ran with
 
@@ -139,8 +142,8 @@ struct replay_recorder::pending {
 // devices the replay meets first are added to the device table in the order
 // met, the ids of keys that turn out equal are merged, each id's bucket is
 // computed, the thresholds are taken from wrkload_list (interval k runs
-// with the threshold of the record stamped 600 (k - 1), 0 when none) and the
-// words are marked with TRACE_ADMIT.  Null when memory or the words' file
+// with the threshold of the record stamped 600 (k - 1), 0 when none), the
+// words are marked with TRACE_ADMIT and the ids with a mark numbered first.  Null when memory or the words' file
 // failed, or when a region is read 2^28 times in one interval: the replay's
 // count then wraps and the marks cannot say what it does.
 std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p);
