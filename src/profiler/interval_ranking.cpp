@@ -4,6 +4,8 @@
 
 #include "profiler/interval_ranking.h"
 
+#include <bit>
+
 #include "common/radix_sort.h"
 #include "stats/stathash.h"
 
@@ -16,17 +18,24 @@ uint64_t bucket_of(const wrkload_ent &e) { return vol_stathash_bucket(e.region, 
 
 } // namespace
 
-void interval_ranking::rank(const wrkload_ent *met, uint64_t n, wrkload_ent *out) {
+void interval_ranking::rank(const wrkload_ent *met, uint64_t n, wrkload_ent *out, bool order_ties) {
   uint32_t max_count = 0;
   for (uint64_t k = 0; k < n; k++)
     max_count = met[k].acc_cnt > max_count ? met[k].acc_cnt : max_count;
 
   keys_.resize(n);
-  for (uint64_t j = 0; j < n; j++) {
-    const uint64_t k = n - 1 - j;
-    keys_[j] = keyed{uint64_t{max_count - met[k].acc_cnt} << BUCKET_BITS | bucket_of(met[k]), k};
+  const unsigned count_bits = static_cast<unsigned>(std::bit_width(max_count));
+  if (order_ties) {
+    for (uint64_t j = 0; j < n; j++) {
+      const uint64_t k = n - 1 - j;
+      keys_[j] = keyed{uint64_t{max_count - met[k].acc_cnt} << BUCKET_BITS | bucket_of(met[k]), k};
+    }
+    vol_radix_sort(&keys_, &spare_, BUCKET_BITS + count_bits);
+  } else {
+    for (uint64_t k = 0; k < n; k++)
+      keys_[k] = keyed{uint64_t{max_count - met[k].acc_cnt}, k};
+    vol_radix_sort(&keys_, &spare_, count_bits);
   }
-  vol_radix_sort(&keys_, &spare_, BUCKET_BITS + 32);
   for (uint64_t j = 0; j < n; j++)
     out[j] = met[keys_[j].met];
 }

@@ -13,9 +13,11 @@
 class interval_ranking {
 public:
   // Writes the `n` regions of `met` (in the order first met, each with its
-  // count) into `out`, ranked.  The standard containers behind the scratch
-  // space throw when memory runs out.
-  void rank(const wrkload_ent *met, uint64_t n, wrkload_ent *out);
+  // count) into `out`, ranked; without `order_ties`, regions of one count
+  // come in any order, which is all the workload's selection and tally
+  // look at.  The standard containers behind the scratch space throw when
+  // memory runs out.
+  void rank(const wrkload_ent *met, uint64_t n, wrkload_ent *out, bool order_ties = true);
 
   struct keyed {
     uint64_t key; // (max count - count) << 19 | bucket

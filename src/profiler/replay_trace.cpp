@@ -7,6 +7,7 @@
 #include <new>
 
 #include "daemon/iostat_ctx.h"
+#include "daemon/settings.h"
 #include "daemon/workload_select.h"
 #include "profiler/device_table.h"
 #include "profiler/lru_replay.h"
@@ -92,7 +93,9 @@ void replay_recorder::rank_interval(iostat_ctx *ctx) {
       met_[k] = wrkload_ent{keys_->region(counted[k]), keys_->count(counted[k]), keys_->device(counted[k])};
   }
   if (regions != nullptr) {
-    ranking_.rank(met_.data(), n, regions);
+    // Only the workload's listing, at debug level 4, shows the order of
+    // regions read equally often.
+    ranking_.rank(met_.data(), n, regions, debug >= 4);
     vol_select_ranked_workload(ctx, regions, n);
   }
   keys_->counted.clear();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -46,6 +47,17 @@ TEST(IntervalRanking, RanksAsTheStoreDoes) {
     const std::vector<wrkload_ent> want = store_ranking(met);
     SCOPED_TRACE("round " + std::to_string(round) + ", " + std::to_string(n) + " regions");
     ASSERT_TRUE(std::equal(got.begin(), got.end(), want.begin(), same));
+    // Ties in any order: the same counts down the ranking, the same regions.
+    ranking.rank(met.data(), n, got.data(), false);
+    ASSERT_TRUE(std::equal(got.begin(), got.end(), want.begin(),
+                           [](const wrkload_ent &a, const wrkload_ent &b) { return a.acc_cnt == b.acc_cnt; }));
+    auto in_full = [](const wrkload_ent &a, const wrkload_ent &b) {
+      return std::tie(a.acc_cnt, a.region, a.volid) < std::tie(b.acc_cnt, b.region, b.volid);
+    };
+    std::vector<wrkload_ent> sorted_want = want;
+    std::sort(got.begin(), got.end(), in_full);
+    std::sort(sorted_want.begin(), sorted_want.end(), in_full);
+    ASSERT_TRUE(std::equal(got.begin(), got.end(), sorted_want.begin(), same));
   }
 }
 
