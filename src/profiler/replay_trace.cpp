@@ -72,7 +72,15 @@ uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
     keys_->counted.push_back(ref);
   }
   count++;
-  return (id & ~region_key_table::COUNTED) - 1;
+  // The replay's count of a region wraps past CACHE_COUNT_MASK.
+  count_wraps_ |= count > CACHE_COUNT_MASK;
+  const uint32_t dense = (id & ~region_key_table::COUNTED) - 1;
+  if (count < threshold_)
+    return dense;
+  if (dense >= marked_.size())
+    marked_.resize(std::max<size_t>(ids_, 2 * marked_.size()));
+  marked_[dense] = true;
+  return dense | TRACE_ADMIT;
 }
 
 void replay_recorder::rank_interval(iostat_ctx *ctx) {
@@ -149,6 +157,10 @@ std::unique_ptr<replay_recorder::pending> replay_recorder::finish() {
   p->trace = std::move(trace_);
   p->keys = std::move(keys_);
   p->new_devices = std::move(new_devices_);
+  p->marks_known = marks_known_;
+  p->count_wraps = count_wraps_;
+  p->thresholds = std::move(thresholds_);
+  p->marked = std::move(marked_);
   return p;
 }
 
@@ -250,10 +262,10 @@ bool mark_admissions(replay_trace *t, std::vector<bool> *marked) {
       if (c.interval != k + 1)
         c = count_in{k + 1, 0};
       wraps |= ++c.count > CACHE_COUNT_MASK;
-      if (c.count >= t->threshold[k]) {
-        words[i] = w | TRACE_ADMIT;
+      const bool admits = c.count >= t->threshold[k];
+      words[i] = (w & ~TRACE_ADMIT) | (admits ? TRACE_ADMIT : 0);
+      if (admits)
         (*marked)[id] = true;
-      }
     }
   });
   return done && !wraps;
@@ -300,8 +312,17 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
     take_buckets(t.get(), *p->keys);
   else if (!settle_new_devices(t.get(), *p))
     return nullptr;
-  std::vector<bool> marked;
-  if (!mark_admissions(t.get(), &marked) || !number_admissible_first(t.get(), marked))
+  // The marks the reading pass made hold when its view was the replay's
+  // throughout and its thresholds were these.
+  std::vector<bool> marked = std::move(p->marked);
+  if (p->marks_known && p->new_devices.empty() && p->thresholds == t->threshold) {
+    if (p->count_wraps)
+      return nullptr;
+    marked.resize(t->ids());
+  } else if (!mark_admissions(t.get(), &marked)) {
+    return nullptr;
+  }
+  if (!number_admissible_first(t.get(), marked))
     return nullptr;
   return t;
 }

@@ -89,8 +89,21 @@ public:
   uint32_t id_of(uint32_t volid16, uint64_t region);
 
   // The trace input's counting, on the same keys: counts one access of
-  // (volid16, region) in the input's current interval and returns its id.
+  // (volid16, region) in the input's current interval and returns its
+  // word: the id, with TRACE_ADMIT when the count has reached the interval's
+  // threshold (see marks_as_counted).
   uint32_t count_access(uint32_t volid16, uint64_t region);
+  // The trace input's own view agrees with the replay's, so far: the words
+  // that count_access returns carry the marks that settling would give
+  // them, for the threshold set here at each interval's start (interval k
+  // from the record stamped 600 k, 0 when none).  A line on which the views
+  // differ calls views_differ(), and settling marks the words itself.
+  void marks_as_counted() { marks_known_ = true; }
+  void next_threshold(uint32_t threshold) {
+    threshold_ = threshold;
+    thresholds_.push_back(threshold);
+  }
+  void views_differ() { marks_known_ = false; }
   // Starts fetching the table slot of (volid16, region) into the cache.
   void prefetch(uint32_t volid16, uint64_t region) const;
   // Selects the current interval's workload into ctx's record from the
@@ -126,6 +139,11 @@ private:
   interval_ranking ranking_;
   uint32_t ids_ = 0; // ids given so far
   uint32_t start_ = 0;
+  bool marks_known_ = false;
+  bool count_wraps_ = false;      // a count passed CACHE_COUNT_MASK
+  uint32_t threshold_ = 0;        // the current interval's
+  std::vector<uint32_t> thresholds_{0}; // each interval's, as marked
+  std::vector<bool> marked_;      // per id: some word of it has TRACE_ADMIT
   bool ok_ = true;
   bool counting_ok_ = true;
 };
@@ -135,6 +153,11 @@ struct replay_recorder::pending {
   std::unique_ptr<replay_trace> trace;
   std::unique_ptr<region_key_table> keys;
   std::vector<std::pair<int32_t, int32_t>> new_devices;
+  // The marks made while counting, when the views agreed throughout.
+  bool marks_known = false;
+  bool count_wraps = false;
+  std::vector<uint32_t> thresholds;
+  std::vector<bool> marked;
   ~pending();
 };
 

@@ -75,9 +75,9 @@ void count_request(trace_line *line, replay_recorder *rec, bool same) {
     return;
   // last <= 2^57 - 1, so r never wraps.
   for (uint64_t r = first; r <= last; r++) {
-    const uint32_t replay_id = rec->count_access(id & 0xFFFF, r);
+    const uint32_t word = rec->count_access(id & 0xFFFF, r);
     if (same)
-      rec->add_region(replay_id);
+      rec->add_region(word);
   }
 }
 
@@ -377,16 +377,23 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
   trace_line replayed{};
   uint64_t elapsed = INTERVAL_SECONDS;
   scanned_lines ahead(&reader, &replay);
+  replay.marks_as_counted();
   trace_line scanned;
   int n;
   while (ahead.next(&scanned, &n)) {
     take_fields(&counted, scanned, n);
     take_fields(&replayed, scanned, n);
     const bool same = same_fields(counted, replayed);
+    if (!same)
+      replay.views_differ();
     switch (vol_trace_line_kind(&counted)) {
     case trace_line_kind::separator:
       replay.rank_interval(ctx);
       keep_interval(ctx, elapsed);
+      // The next interval's replay admits by this one's threshold.
+      replay.next_threshold(wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed
+                                ? wrkload_tail->rec.threshold
+                                : 0);
       elapsed += INTERVAL_SECONDS;
       counted = trace_line{};
       break;
