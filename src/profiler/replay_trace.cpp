@@ -53,7 +53,11 @@ uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
   return ref;
 }
 
-void replay_recorder::prefetch(uint32_t volid16, uint64_t region) const { keys_->prefetch(volid16, region); }
+void replay_recorder::prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const {
+  constexpr uint64_t PREFETCHED_REGIONS = 4;
+  for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)
+    keys_->prefetch(volid16, r);
+}
 
 uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
   const uint64_t ref = slot_of(volid16, region);
@@ -81,6 +85,15 @@ uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
     marked_.resize(std::max<size_t>(ids_, 2 * marked_.size()));
   marked_[dense] = true;
   return dense | TRACE_ADMIT;
+}
+
+void replay_recorder::count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record) {
+  // last <= 2^57 - 1, so r never wraps.
+  for (uint64_t r = first; r <= last; r++) {
+    const uint32_t word = count_access(volid16, r);
+    if (record)
+      add_region(word);
+  }
 }
 
 void replay_recorder::rank_interval(iostat_ctx *ctx) {

@@ -93,6 +93,9 @@ public:
   // word: the id, with TRACE_ADMIT when the count has reached the interval's
   // threshold (see marks_as_counted).
   uint32_t count_access(uint32_t volid16, uint64_t region);
+  // Counts the regions [first, last] of one read, as count_access does, and
+  // adds their words when `record` (the replay sees the same read).
+  void count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record);
   // The trace input's own view agrees with the replay's, so far: the words
   // that count_access returns carry the marks that settling would give
   // them, for the threshold set here at each interval's start (interval k
@@ -104,8 +107,9 @@ public:
     thresholds_.push_back(threshold);
   }
   void views_differ() { marks_known_ = false; }
-  // Starts fetching the table slot of (volid16, region) into the cache.
-  void prefetch(uint32_t volid16, uint64_t region) const;
+  // Starts fetching the table slots of the first few regions of a read of
+  // [first, last] into the cache: most reads span no more.
+  void prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const;
   // Selects the current interval's workload into ctx's record from the
   // counts, ranked as the region store's walk and sort would rank them,
   // then starts the next interval.

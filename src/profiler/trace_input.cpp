@@ -71,14 +71,8 @@ void count_request(trace_line *line, replay_recorder *rec, bool same) {
     else
       rec->wrapped_read();
   }
-  if (!forward)
-    return;
-  // last <= 2^57 - 1, so r never wraps.
-  for (uint64_t r = first; r <= last; r++) {
-    const uint32_t word = rec->count_access(id & 0xFFFF, r);
-    if (same)
-      rec->add_region(word);
-  }
+  if (forward)
+    rec->count_read(id & 0xFFFF, first, last, same);
 }
 
 // The last interval is usually partial but counts a full 600 seconds.
@@ -129,7 +123,6 @@ public:
 
 private:
   static constexpr size_t AHEAD = 16;
-  static constexpr uint64_t PREFETCHED_REGIONS = 4;
   struct line {
     trace_line fields;
     int n; // -1: past the end
@@ -148,14 +141,10 @@ private:
     const volid_ent *e = vol_find_device(l.fields.major, l.fields.minor);
     if (e == nullptr)
       return;
-    // The first few regions: most reads span no more.
     uint64_t first;
     uint64_t last;
-    if (!vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
-      return;
-    const uint32_t key = static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
-    for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)
-      replay_->prefetch(key, r);
+    if (vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
+      replay_->prefetch_read(static_cast<uint32_t>(e->uniq_id) & 0xFFFF, first, last);
   }
   trace_piece_reader *reader_;
   replay_recorder *replay_;

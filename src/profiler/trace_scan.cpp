@@ -11,7 +11,9 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 // White space, sign and digits of one field.  On success *p is past the
 // digits, *negative tells the sign, *magnitude holds the digits' value and
 // *overflow whether it exceeded 2^64 - 1 (the magnitude is then meaningless).
-bool scan_digits(const char **p, bool *negative, uint64_t *magnitude, bool *overflow) {
+// Inlined into both conversions: it runs four times a trace line.
+[[gnu::always_inline]] inline bool scan_digits(const char **p, bool *negative, uint64_t *magnitude,
+                                                bool *overflow) {
   const char *s = *p;
   // A blank is white space and a digit is not in every locale: only other
   // bytes need the locale's table.
