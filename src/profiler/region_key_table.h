@@ -104,6 +104,9 @@ public:
       return packed_.find_or_add(pack(device, region), fresh, added, &counted);
     return wide_.find_or_add(wide_region_key{region, device}, fresh, added, &counted);
   }
+  // Sizes the empty table of packed keys for `keys` keys; false, the table
+  // left empty, when the memory cannot be had.
+  bool reserve(uint64_t keys) { return packed_.reserve(keys); }
   // Sizes the empty tables for the keys of `other`, whose device keys may
   // change.  False when the memory cannot be had.
   bool reserve_for(const region_key_table &other) {

@@ -53,6 +53,17 @@ uint64_t replay_recorder::slot_of(uint32_t device, uint64_t region) {
   return ref;
 }
 
+void replay_recorder::expect_trace_bytes(uint64_t bytes) {
+  // A line of a real trace takes some 17 bytes or more, and each region is
+  // read a few times, so a key per 64 bytes is a generous share.  Past a
+  // million keys the table grows as it needs: a guess too large would cost
+  // the memory for nothing.
+  constexpr uint64_t BYTES_PER_KEY = 64;
+  constexpr uint64_t MOST_KEYS = uint64_t{1} << 20;
+  if (keys_->keys() == 0)
+    (void)keys_->reserve(std::min(bytes / BYTES_PER_KEY, MOST_KEYS));
+}
+
 void replay_recorder::prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const {
   constexpr uint64_t PREFETCHED_REGIONS = 4;
   for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)

@@ -107,6 +107,10 @@ public:
     thresholds_.push_back(threshold);
   }
   void views_differ() { marks_known_ = false; }
+  // Sizes the key table for a trace file of `bytes` bytes, so that it
+  // need not grow through every size up to the one it ends at.  Only a
+  // hint.
+  void expect_trace_bytes(uint64_t bytes);
   // Starts fetching the table slots of the first few regions of a read of
   // [first, last] into the cache: most reads span no more.
   void prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <malloc.h>
 #include <new>
+#include <sys/stat.h>
 
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
@@ -365,6 +366,9 @@ bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
   trace_line counted{};
   trace_line replayed{};
   uint64_t elapsed = INTERVAL_SECONDS;
+  struct stat file;
+  if (fstat(fileno(trace), &file) == 0 && S_ISREG(file.st_mode))
+    replay.expect_trace_bytes(static_cast<uint64_t>(file.st_size));
   scanned_lines ahead(&reader, &replay);
   replay.marks_as_counted();
   trace_line scanned;
