@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -13,6 +12,7 @@
 #include "common/strlcpy.h"
 #include "common/xmalloc.h"
 #include "i18n_state.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -50,10 +50,8 @@ TEST(XmallocTest, ZeroSizeGivesFourZeroedBytes) {
 // "==pid==" warning about the refused request.
 std::string program_lines(const std::string &err) {
   std::string kept;
-  for (size_t start = 0, end; start < err.size(); start = end) {
-    end = std::min(err.find('\n', start), err.size() - 1) + 1;
-    if (err.compare(start, 2, "==") != 0) kept.append(err, start, end - start);
-  }
+  for (const std::string &line : lines_of(err))
+    if (line.rfind("==", 0) != 0) kept += line + "\n";
   return kept;
 }
 

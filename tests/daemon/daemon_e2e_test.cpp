@@ -95,10 +95,8 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
   ASSERT_EQ(1, run.status); // EPERM
   EXPECT_EQ((std::vector<std::string>{LOG_STARTED + std::to_string(run.pid), LOG_EPERM_UPDATE}),
             run.log_lines());
-  ASSERT_EQ(1u, run.named("open").size());
-  EXPECT_EQ(0u, run.named("open")[0].num("flags")); // read-only
-  ASSERT_EQ(1u, run.named("start").size());
-  EXPECT_EQ(1u, run.named("start")[0].num("flag"));
+  EXPECT_EQ(std::vector<uint64_t>{0}, run.values("open", "flags")); // read-only
+  EXPECT_EQ(std::vector<uint64_t>{1}, run.values("start", "flag"));
   // Pages of 7 with 4 bytes of slack: a full one takes 32 + 7 * 24 + 4 =
   // 204 bytes, rounded to 208; one of k entries 36 + 24 k, rounded up to 8.
   // Answers of 80, 70, 50, 180, 50, 49, 80, 70 entries need 11 * 208 + 112,
@@ -106,7 +104,7 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
   // again 11 * 208 + 112, 10 * 208; each is offered 64 bytes first.
   EXPECT_EQ((std::vector<uint64_t>{64, 2400, 64, 2080, 64, 1520, 64, 5360, 64, 1520, 64, 1456, 64,
                                    2400, 64, 2080}),
-            run.sizes("accum"));
+            run.values("accum"));
   // Sent every cycle, whatever is written; without files the loop clears
   // the record itself, with the same effect as the writer.
   EXPECT_EQ(FOUR_CYCLE_UPDATES, run.updates());
@@ -116,7 +114,7 @@ TEST_P(CycleRecords, HoldTheHandWorkedCutsOfEachCycle) {
     return;
   }
   // Sized from the info reply every cycle, grown to the driver's count.
-  EXPECT_EQ((std::vector<uint64_t>{1, 4, 1, 4, 1, 4}), run.sizes("map"));
+  EXPECT_EQ((std::vector<uint64_t>{1, 4, 1, 4, 1, 4}), run.values("map"));
   for (const std::string &path : {box.log_path(), box.stats_path()}) {
     struct stat st;
     ASSERT_EQ(0, stat(path.c_str(), &st)) << path;
@@ -284,10 +282,7 @@ TEST(DaemonCrossMode, GeneratedTraceGivesTheProfilersWorkloadEveryCycle) {
     kinds.push_back(p.nregions == 0 ? -1 : static_cast<int64_t>(p.drop_factor));
     if (p.wl_count == 0)
       continue;
-    if (r == recs.end()) {
-      ADD_FAILURE() << "too few records";
-      break;
-    }
+    ASSERT_TRUE(r != recs.end()) << "too few records";
     SCOPED_TRACE("interval " + std::to_string(kinds.size() - 1));
     r->h[TIME] = 0;
     EXPECT_EQ((stats_header{0, p.wl_count, p.nregions, 3, 7, p.threshold, p.drop_factor,

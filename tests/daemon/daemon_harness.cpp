@@ -35,10 +35,12 @@ std::vector<driver_update> daemon_run::updates() const {
   return out;
 }
 
-std::vector<uint64_t> daemon_run::sizes(const std::string &request) const {
+std::vector<uint64_t> daemon_run::values(const std::string &request, std::string key) const {
+  if (key.empty())
+    key = request == "accum" ? "offer" : "capacity";
   std::vector<uint64_t> out;
   for (const driver_request &r : named(request))
-    out.push_back(r.num(request == "accum" ? "offer" : "capacity"));
+    out.push_back(r.num(key));
   return out;
 }
 

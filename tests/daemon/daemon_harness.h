@@ -56,9 +56,9 @@ struct daemon_run {
   // Each update the driver received; a failure is added for an update
   // whose reserved field is not zero.
   std::vector<driver_update> updates() const;
-  // What the requests named `request` asked for: accum's offers, map's
-  // capacities.
-  std::vector<uint64_t> sizes(const std::string &request) const;
+  // The field `key` of each request named `request`; without a key, what
+  // it asked for: accum's offers, map's capacities.
+  std::vector<uint64_t> values(const std::string &request, std::string key = "") const;
   // Everything above, for failure messages.
   std::string describe() const;
 };

@@ -72,9 +72,8 @@ TEST(DaemonKill, SigkillMidCycleLeavesWholeRecordsAndARestartAppends) {
     box.write_scenario(scenario);
     const auto start = std::chrono::steady_clock::now();
     daemon_run whole = box.run(ONE_SAMPLE_CYCLES, 240);
-    whole_us = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                     std::chrono::steady_clock::now() - start)
-                                     .count());
+    whole_us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
+                   .count();
     ASSERT_EQ(1, whole.status) << whole.describe().substr(0, 3000);
     EXPECT_EQ(2u, whole.log_lines().size()); // started, update refused: no sanitizer report
     ASSERT_EQ(cycles, check_records(whole.stats, 0, 0).whole);

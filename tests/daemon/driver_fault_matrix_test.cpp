@@ -58,40 +58,34 @@ void PrintTo(const fault_case &c, std::ostream *os) { *os << c.name; }
 
 // A refused request and what follows it, for every errno.
 std::vector<fault_case> refusals() {
-  const struct {
-    const char *name;
-    int err;
-  } errnos[] = {{"EIO", EIO}, {"ENOENT", ENOENT}, {"EPERM", EPERM}, {"EFAULT", EFAULT}};
   std::vector<fault_case> out;
-  for (const auto &e : errnos) {
-    const std::string why = strerror(e.err);
-    const std::string n = e.name;
+  for (auto [name, err] : {std::pair{"EIO", EIO}, {"ENOENT", ENOENT}, {"EPERM", EPERM}, {"EFAULT", EFAULT}}) {
+    const std::string n = name, failed = std::string(" failed with ") + strerror(err);
     // The start is refused, the collection goes on regardless.
     out.push_back({"Start" + n, "fail start 1 " + n, 1,
-                   {LOG_ERROR + "18532 VOL_IOSTAT_WORKLOAD_START failed with " + why, LOG_EPERM_UPDATE},
-                   {1, 2}, {CUT, CUT, CUT}});
+                   {LOG_ERROR + "18532 VOL_IOSTAT_WORKLOAD_START" + failed, LOG_EPERM_UPDATE}, {1, 2},
+                   {CUT, CUT, CUT}});
     // The second cycle's only interval is skipped: it selects nothing and
     // keeps the first cycle's threshold; its update still carries the guid
     // of the last good reply (the driver checks it).  The third cycle takes
     // sample 2.
     out.push_back({"Info" + n, "fail info 2 " + n, 1,
-                   {LOG_ERROR + "18530 VOL_IOSTAT_INFO failed with " + why, LOG_EPERM_UPDATE}, {1},
-                   {CUT, KEPT, CUT}});
+                   {LOG_ERROR + "18530 VOL_IOSTAT_INFO" + failed, LOG_EPERM_UPDATE}, {1}, {CUT, KEPT, CUT}});
     // The driver refused the workload: the daemon ends with the errno.
-    out.push_back({"Update" + n, "fail update 2 " + n, e.err,
-                   {LOG_ERROR + "18531 VOL_IOSTAT_UPDATE failed with " + why}, {1}, {CUT, CUT}});
+    out.push_back({"Update" + n, "fail update 2 " + n, err, {LOG_ERROR + "18531 VOL_IOSTAT_UPDATE" + failed},
+                   {1}, {CUT, CUT}});
     // The first cycle's only interval is skipped, so it reports the fresh
     // threshold and the samples come a cycle late; except that a missing
     // statistics object ends it all.
-    const std::string accum_error = LOG_ERROR + "18529 VOL_ACCUM_IOSTAT failed with " + why;
-    if (e.err == ENOENT)
+    const std::string accum_error = LOG_ERROR + "18529 VOL_ACCUM_IOSTAT" + failed;
+    if (err == ENOENT)
       out.push_back({"Accum" + n, "fail accum 1 " + n, 2, {accum_error}, {}, {}});
     else
       out.push_back({"Accum" + n, "fail accum 1 " + n, 1, {accum_error, LOG_EPERM_UPDATE}, {1},
                      {FRESH, CUT, CUT}});
     // No map, no record for the second cycle; its sample is spent.
     out.push_back({"Map" + n, "fail map 2 " + n, 1,
-                   {LOG_ERROR + "18527 Failed to get guid-volid map from kernel: " + why,
+                   {LOG_ERROR + "18527 Failed to get guid-volid map from kernel: " + strerror(err),
                     LOG_EPERM_UPDATE},
                    {1}, {CUT, CUT, CUT}});
   }
@@ -180,7 +174,7 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
     EXPECT_EQ(SIGKILL, run.signal);
     ASSERT_GT(run.pid, 0);
     EXPECT_EQ(-1, kill(run.pid, 0)); // no such process any more
-    std::vector<uint64_t> seen = run.sizes(c.sizes_of);
+    std::vector<uint64_t> seen = run.values(c.sizes_of);
     EXPECT_GT(seen.size(), 100u);
     EXPECT_TRUE(std::is_sorted(seen.end() - 100, seen.end()));
     EXPECT_EQ(c.sizes_of, run.requests.back().name);
@@ -189,7 +183,7 @@ TEST_P(DriverFaultMatrix, ReactsAsDesigned) {
     ASSERT_FALSE(run.timed_out);
     EXPECT_EQ(c.status, run.status);
     if (!c.sizes_of.empty()) {
-      EXPECT_EQ(c.sizes, run.sizes(c.sizes_of));
+      EXPECT_EQ(c.sizes, run.values(c.sizes_of));
     }
   }
   std::vector<std::string> log;

@@ -48,6 +48,7 @@ const struct {
   const char *name;
   std::vector<run> runs;  // hottest first
   cut want;
+  const char *debug = nullptr;  // the whole debug listing, if given
 } selection_cases[] = {
     // idx 16,15: 20/2; idx 14..12: 100/2; idx 11,10: 100/20.  Cut at 10,
     // tied with 11: 13 is one beyond the ties.
@@ -88,6 +89,29 @@ const struct {
     // Unsigned ranking: idx 7,6 fall 0xFFFFFFFF/1000, idx 9,8 0x80000000/1000.
     {"counts_above_two_to_the_31_rank_highest", {{0xFFFFFFFF, 3}, {0x80000000, 2}, {1000, 5}, {200, 90}},
      {11, 1000, 5, 6, 0, 0, 14, 200, 13, 200, 12, 200, 4294967, 1000, 7}},
+    // Falls at idx 11..7 are 20/2, 100/2, 200/2, 300/2, 400/3, at idx 6
+    // 500/20.  The cut at 6 (count 20) has no ties, so 8 entries are listed,
+    // all distinct.  Texts without an address print bare; ":0:" ones get the
+    // header.
+    {"debug_listing", {{600, 1}, {500, 1}, {400, 1}, {300, 1}, {200, 1}, {100, 1}, {20, 1}, {3, 1}, {2, 92}},
+     {8, 20, 5, 6, 0, 0, 11, 2, 10, 2, 9, 2, 150, 2, 8},
+     "*********** Num regns : 100\n"
+     "index:11 cur:2 next:20 drop:10\n"
+     "index:10 cur:2 next:100 drop:50\n"
+     "index:9 cur:2 next:200 drop:100\n"
+     "index:8 cur:2 next:300 drop:150\n"
+     "index:7 cur:3 next:400 drop:133\n"
+     "index:6 cur:20 next:500 drop:25\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 ****WORKLOAD****\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:1 reg:300 count:600\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:2 reg:297 count:500\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:3 reg:294 count:400\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:1 reg:291 count:300\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:2 reg:288 count:200\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:3 reg:285 count:100\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:1 reg:282 count:20\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 volid:2 reg:279 count:3\n"
+     "ZrVM zriostatd DEBUG Q-5-1-0 ****WORKLOAD END threshold=20****\n"},
 };
 
 class WorkloadSelectTest : public ::testing::Test {
@@ -161,6 +185,7 @@ TEST_F(WorkloadSelectTest, CutsAsWorkedOutByHand) {
     for (size_t at = err.find(" reg:"); at != std::string::npos; at = err.find(" reg:", at + 1))
       listed++;
     EXPECT_EQ(std::min(sc.want[0], r.nregions), listed);
+    if (sc.debug != nullptr) EXPECT_EQ(sc.debug, err);
 
     // Clearing keeps only info_word and the threshold for the next cycle.
     vol_clear_workload(&ctx->wrkload);
@@ -169,35 +194,6 @@ TEST_F(WorkloadSelectTest, CutsAsWorkedOutByHand) {
     EXPECT_EQ(0u, r.nregions);
     EXPECT_EQ(nullptr, r.regions);
   }
-}
-
-// Counts 600, 500, 400, 300, 200, 100, 20, 3 and 92 times 2: falls at
-// idx 11..7 are 20/2, 100/2, 200/2, 300/2, 400/3, at idx 6 500/20.  The cut
-// at 6 (count 20) has no ties, so 8 entries are listed, all distinct.
-TEST_F(WorkloadSelectTest, DebugOutput) {
-  fill({{600, 1}, {500, 1}, {400, 1}, {300, 1}, {200, 1}, {100, 1}, {20, 1}, {3, 1}, {2, 92}});
-  debug = 4;
-  testing::internal::CaptureStderr();
-  vol_calc_workload(ctx.get());
-  // Texts without an address print bare; ":0:" ones get the header.
-  EXPECT_EQ("*********** Num regns : 100\n"
-            "index:11 cur:2 next:20 drop:10\n"
-            "index:10 cur:2 next:100 drop:50\n"
-            "index:9 cur:2 next:200 drop:100\n"
-            "index:8 cur:2 next:300 drop:150\n"
-            "index:7 cur:3 next:400 drop:133\n"
-            "index:6 cur:20 next:500 drop:25\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 ****WORKLOAD****\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:1 reg:300 count:600\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:2 reg:297 count:500\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:3 reg:294 count:400\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:1 reg:291 count:300\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:2 reg:288 count:200\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:3 reg:285 count:100\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:1 reg:282 count:20\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 volid:2 reg:279 count:3\n"
-            "ZrVM zriostatd DEBUG Q-5-1-0 ****WORKLOAD END threshold=20****\n",
-            testing::internal::GetCapturedStderr());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 // the JSON read back against the records.
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -95,11 +94,17 @@ TEST(StatsPrint, TornAndImpossibleRecordsStopTheReading) {
   const printed want = print(first, TEXT_DETAILS);
   ASSERT_EQ(0, want.status);
   ASSERT_EQ("", want.err);
-  std::vector<std::array<std::string, 3>> tails; // name, what follows, the verdict's start
+  // The first record, then `tail`: printed as alone, then the verdict.
+  auto expect_stop = [&](const std::string &name, const std::string &tail, const std::string &verdict) {
+    printed got = print(first + tail, TEXT_DETAILS);
+    ASSERT_EQ(1, got.status) << name;
+    ASSERT_EQ(want.out, got.out) << name;
+    ASSERT_EQ(0u, got.err.find("zrstat: F: " + verdict)) << name << ": " << got.err;
+  };
   const std::string last = record(2);
   for (size_t cut = 1; cut < last.size(); cut++)
-    tails.push_back({"cut at " + std::to_string(cut), last.substr(0, cut),
-                     "torn" + at + ": the file ends " + std::to_string(cut) + " bytes into it"});
+    expect_stop("cut at " + std::to_string(cut), last.substr(0, cut),
+                "torn" + at + ": the file ends " + std::to_string(cut) + " bytes into it");
   for (const bad_case &c : cases) {
     std::string bad = record(1);
     auto *p = reinterpret_cast<unsigned char *>(bad.data());
@@ -107,13 +112,7 @@ TEST(StatsPrint, TornAndImpossibleRecordsStopTheReading) {
       vol_put_be64(p + off, v);
     for (auto [off, v] : c.be32)
       vol_put_be32(p + off, v);
-    tails.push_back({c.name, c.keep != 0 ? bad.substr(0, c.keep) : bad + record(2), c.verdict + at});
-  }
-  for (const auto &[name, tail, verdict] : tails) {
-    printed got = print(first + tail, TEXT_DETAILS);
-    ASSERT_EQ(1, got.status) << name;
-    ASSERT_EQ(want.out, got.out) << name;
-    ASSERT_EQ(0u, got.err.find("zrstat: F: " + verdict)) << name << ": " << got.err;
+    expect_stop(c.name, c.keep != 0 ? bad.substr(0, c.keep) : bad + record(2), c.verdict + at);
   }
 }
 

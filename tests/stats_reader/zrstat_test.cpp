@@ -18,18 +18,13 @@ run_result zrstat(const std::vector<std::string> &args) {
   return run_program(ZRSTAT_BIN, args, opt);
 }
 
-// One cycle of one sample: 10 regions of volume 7 read 40 times, 10 of
-// volume 300 read 6 times, 100 of volume 7 read once.  n = 120: the band is
-// 6..40; indices 10-14 fall 40/6 = 6 against the entry 5 above, so the cut
-// is at 10 with threshold 6, and the 10 ties make wl_count 21 (the last a
-// region read once).  first5 14, first3 13, first2 12, all at count 6.
+// One cycle of common sample 1 (daemon_harness.h): wl_count 21, threshold
+// 6, cut at 10, first5 14, first3 13, first2 12, all at count 6.  Volume
+// 300 is in the map without regions.
 TEST(Zrstat, PrintsWhatTheDaemonWasFed) {
   daemon_sandbox box;
-  box.write_scenario("info 0xabcd0123 65536\n"
-                     "guid 01234567-89ab-cdef-0011-223344556677\n"
-                     "volume 7 11111111-2222-3333-4444-555555555555\n"
-                     "volume 300 aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee\n" +
-                     sample_line({{7, 1000, 10, 40}, {300, 50, 10, 6}, {7, 5000, 100, 1}}) +
+  box.write_scenario("info 0xabcd0123 65536\n" + GUID_AND_VOLUME7 +
+                     "volume 300 aaaaaaaa-bbbb-cccc-dddd-eeeeeeeeeeee\n" + common_sample(1) +
                      "fail update 2 EPERM\n");
   daemon_run run = box.run(ONE_SAMPLE_CYCLES);
   SCOPED_TRACE(run.describe());

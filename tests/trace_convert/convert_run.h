@@ -3,6 +3,7 @@
 // directory, converting into its "outdir", and returns what it produced.
 
 #include <cctype>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,15 @@ inline converted convert_in(const scoped_temp_dir &dir, std::vector<std::string>
   args.push_back(dir.file("outdir"));
   run_result r = run_program(ZRTRACE_BIN, args);
   return {r.exit_status, read_file(dir.file("outdir/out")), read_file(dir.file("outdir/device_map")), r.err};
+}
+
+// Names in `dir` other than out and device_map: what a conversion must not
+// leave behind.
+inline int strays(const std::string &dir) {
+  int n = 0;
+  for (const auto &e : std::filesystem::directory_iterator(dir))
+    n += e.path().filename() != "out" && e.path().filename() != "device_map";
+  return n;
 }
 
 // A text as a test name: letters and digits kept, anything else '_'.

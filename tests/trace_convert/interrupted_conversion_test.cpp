@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <sys/wait.h>
@@ -11,18 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include "support/run_binary.h"
-#include "support/temp_dir.h"
+#include "trace_convert/convert_run.h"
 
 namespace {
-
-// Names in `dir` other than out and device_map.
-int strays(const std::string &dir) {
-  int n = 0;
-  for (const auto &e : std::filesystem::directory_iterator(dir))
-    n += e.path().filename() != "out" && e.path().filename() != "device_map";
-  return n;
-}
 
 TEST(InterruptedConversion, SignalLeavesNoTemporaryFileAndTheOldTrace) {
   for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
