@@ -185,7 +185,9 @@ TEST_F(WorkloadSelectTest, CutsAsWorkedOutByHand) {
     for (size_t at = err.find(" reg:"); at != std::string::npos; at = err.find(" reg:", at + 1))
       listed++;
     EXPECT_EQ(std::min(sc.want[0], r.nregions), listed);
-    if (sc.debug != nullptr) EXPECT_EQ(sc.debug, err);
+    if (sc.debug != nullptr) {
+      EXPECT_EQ(sc.debug, err);
+    }
 
     // Clearing keeps only info_word and the threshold for the next cycle.
     vol_clear_workload(&ctx->wrkload);
