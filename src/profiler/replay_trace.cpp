@@ -336,6 +336,7 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
     take_buckets(t.get(), *p->keys);
   else if (!settle_new_devices(t.get(), *p))
     return nullptr;
+  p->keys.reset(); // the largest table, and no longer needed
   // The marks the reading pass made hold when its view was the replay's
   // throughout and its thresholds were these.
   std::vector<bool> marked = std::move(p->marked);

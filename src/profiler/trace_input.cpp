@@ -332,6 +332,9 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   // whose faults cost more than the memory they would save.
   mallopt(M_MMAP_THRESHOLD, 256 << 20);
   mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  // The replays' threads allocate from the one heap too: an arena a thread
+  // would keep what its replay freed, for no later replay to reuse.
+  mallopt(M_ARENA_MAX, 1);
   memset(ctx, 0, sizeof(*ctx));
   if (!vol_literal_replay()) {
     if (count_and_record(trace, ctx))
