@@ -6,8 +6,9 @@
 // entries at its head and loses them without reordering the rest, so the
 // walk's order is (bucket ascending, admission descending), and the stack
 // hands cold entries out in (bucket descending, admission ascending) order.
-// Here the cold list is kept sorted in that order directly; the cache is a
-// node array in admission-slot order, found through a per-id slot.
+// Here the cold list hands entries out in that order directly (cold_runs.h);
+// the cache is a set of per-node arrays in admission-slot order, found
+// through a per-id slot.
 
 #include "profiler/compact_replay.h"
 
