@@ -24,6 +24,7 @@
 namespace {
 
 constexpr unsigned SEQ_BITS = 44; // eviction key: inverted bucket | admission
+constexpr uint32_t FETCHED_AHEAD_FROM = uint32_t{1} << 20; // cacheable ids: 4 MiB of slots
 
 // A cached region's state counts good intervals: a busy interval raises it
 // and an idle one lowers it, each within [COLD, HOT].
@@ -124,8 +125,12 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     const uint32_t *slots = slots_.begin();
     const uint32_t last_slot = cacheable_ids_;
     const uint32_t admit_all = admit_all_ ? 1 : 0;
+    // Slots that fit in the processor's caches are better read than
+    // fetched ahead: the fetching costs more than it hides.
+    const bool fetch_ahead = cacheable_ids_ > FETCHED_AHEAD_FROM;
     for (; at < stop; at++) {
-      vol_prefetch_ahead(chunk, at, stop, slots_);
+      if (fetch_ahead)
+        vol_prefetch_ahead(chunk, at, stop, slots_);
       const uint32_t w = chunk[at];
       if (w == TRACE_WRAPPED_READ) {
         hits += read == HIT;
