@@ -20,8 +20,14 @@ void vol_radix_sort(std::vector<T> *items, std::vector<T> *spare, unsigned key_b
   constexpr unsigned MAX_PASSES = (64 + DIGIT_BITS - 1) / DIGIT_BITS;
   const unsigned passes = std::min(MAX_PASSES, (key_bits + DIGIT_BITS - 1) / DIGIT_BITS);
   const uint64_t n = items->size();
-  if (n < 2)
+  // Below a few thousand records the digit tables cost more than a
+  // comparison sort, which is as stable.
+  constexpr uint64_t SMALL = 1024;
+  if (n < SMALL) {
+    std::stable_sort(items->begin(), items->end(),
+                     [](const T &a, const T &b) { return a.key < b.key; });
     return;
+  }
 
   // One reading counts every digit's values at once.
   std::array<std::array<uint64_t, DIGITS>, MAX_PASSES> counts{};

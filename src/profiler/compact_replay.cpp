@@ -188,12 +188,7 @@ void cache_sim::age(uint32_t threshold) {
       fresh_.push_back(cold_ref{key_[n], static_cast<uint32_t>(n)});
     }
   }
-  // Keys are unique, so either sort gives the one order; radix sorting
-  // pays for its tables only on many entries.
-  if (fresh_.size() < 1024)
-    std::sort(fresh_.begin(), fresh_.end());
-  else
-    vol_radix_sort(&fresh_, &spare_, 64);
+  vol_radix_sort(&fresh_, &spare_, 64);
   cold_.add_run(&fresh_, state_.size(), live());
 }
 
