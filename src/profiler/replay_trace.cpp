@@ -90,7 +90,7 @@ uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
   // The replay's count of a region wraps past CACHE_COUNT_MASK.
   count_wraps_ |= count > CACHE_COUNT_MASK;
   const uint32_t dense = (id & ~region_key_table::COUNTED) - 1;
-  if (count < threshold_)
+  if (count < thresholds_.back())
     return dense;
   if (dense >= marked_.size())
     marked_.resize(std::max<size_t>(ids_, 2 * marked_.size()));

@@ -102,10 +102,7 @@ public:
   // from the record stamped 600 k, 0 when none).  A line on which the views
   // differ calls views_differ(), and settling marks the words itself.
   void marks_as_counted() { marks_known_ = true; }
-  void next_threshold(uint32_t threshold) {
-    threshold_ = threshold;
-    thresholds_.push_back(threshold);
-  }
+  void next_threshold(uint32_t threshold) { thresholds_.push_back(threshold); }
   void views_differ() { marks_known_ = false; }
   // Sizes the key table for a trace file of `bytes` bytes, so that it
   // need not grow through every size up to the one it ends at.  Only a
@@ -149,8 +146,7 @@ private:
   uint32_t start_ = 0;
   bool marks_known_ = false;
   bool count_wraps_ = false;      // a count passed CACHE_COUNT_MASK
-  uint32_t threshold_ = 0;        // the current interval's
-  std::vector<uint32_t> thresholds_{0}; // each interval's, as marked
+  std::vector<uint32_t> thresholds_{0}; // each interval's so far, as marked
   std::vector<bool> marked_;      // per id: some word of it has TRACE_ADMIT
   bool ok_ = true;
   bool counting_ok_ = true;
@@ -174,9 +170,10 @@ struct replay_recorder::pending {
 // met, the ids of keys that turn out equal are merged, each id's bucket is
 // computed, the thresholds are taken from wrkload_list (interval k runs
 // with the threshold of the record stamped 600 (k - 1), 0 when none), the
-// words are marked with TRACE_ADMIT and the ids with a mark numbered first.  Null when memory or the words' file
-// failed, or when a region is read 2^28 times in one interval: the replay's
-// count then wraps and the marks cannot say what it does.
+// words are marked with TRACE_ADMIT and the ids with a mark numbered first.
+// Null when memory or the words' file failed, or when a region is read 2^28
+// times in one interval: the replay's count then wraps and the marks cannot
+// say what it does.
 std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_recorder::pending> p);
 
 // Reads the replay's view of a whole trace file (no aggregation).  Null when
