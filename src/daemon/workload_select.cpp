@@ -15,9 +15,6 @@
 
 namespace {
 
-// Too few regions give no meaningful ranking.
-constexpr uint64_t MIN_REGIONS = 100;
-
 // What the scan of the band found.  Everything starts at 0 on every call:
 // index 0 is never scanned, so 0 doubles as "not found".
 struct band_scan {
@@ -112,16 +109,17 @@ void print_workload(const wrkload_rec *rec) {
 
 } // namespace
 
-wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n) {
+wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet) {
   std::memcpy(&ctx->wrkload.info_word, ctx, sizeof(ctx->wrkload.info_word));
-  if (n < MIN_REGIONS) {
+  if (n < VOL_MIN_WORKLOAD_REGIONS) {
     if (debug >= 1) {
       volpfmt(stderr, VOL_PFMT_DEBUG, ":0:No or very few I/O's (%u) captured to calculate workload\n",
               static_cast<unsigned>(n));
     }
     return nullptr;
   }
-  auto *regions = static_cast<wrkload_ent *>(zrvmutil_xmalloc(n * sizeof(wrkload_ent)));
+  auto *regions = static_cast<wrkload_ent *>(quiet ? calloc(n, sizeof(wrkload_ent))
+                                                  : zrvmutil_xmalloc(n * sizeof(wrkload_ent)));
   if (regions == nullptr && debug >= 4) {
     volpfmt(stderr, VOL_PFMT_DEBUG, "Failed to allocate memory in vol_calc_workload\n");
   }

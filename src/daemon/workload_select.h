@@ -51,8 +51,12 @@ void vol_calc_workload(iostat_ctx *ctx);
 // array cannot be had.  The caller fills it as the store's walk (buckets in
 // ascending order, each chain newest first) followed by a stable sort on
 // descending count would have, and hands it to vol_select_ranked_workload,
-// which keeps it in the record.
-wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n);
+// which keeps it in the record.  `quiet`: the allocator's message is not
+// printed either (the caller reports, or retries where it may print).
+wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet = false);
+// Too few regions give no meaningful ranking: fewer than this make no
+// workload.
+constexpr uint64_t VOL_MIN_WORKLOAD_REGIONS = 100;
 void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n);
 
 // Frees `regions` and zeroes every field but info_word and threshold, which

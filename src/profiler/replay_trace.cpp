@@ -87,30 +87,132 @@ uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
     keys_->counted.push_back(ref);
   }
   count++;
+  last_count_ = count;
   // The replay's count of a region wraps past CACHE_COUNT_MASK.
   count_wraps_ |= count > CACHE_COUNT_MASK;
   const uint32_t dense = (id & ~region_key_table::COUNTED) - 1;
   if (count < thresholds_.back())
     return dense;
-  if (dense >= marked_.size())
-    marked_.resize(std::max<size_t>(ids_, 2 * marked_.size()));
-  marked_[dense] = true;
+  mark(dense);
   return dense | TRACE_ADMIT;
+}
+
+void replay_recorder::mark(uint32_t id) {
+  if (id >= marked_.size())
+    marked_.resize(std::max<size_t>(ids_, 2 * marked_.size()));
+  marked_[id] = true;
 }
 
 void replay_recorder::count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record) {
   // last <= 2^57 - 1, so r never wraps.
   for (uint64_t r = first; r <= last; r++) {
     const uint32_t word = count_access(volid16, r);
-    if (record)
-      add_region(word);
+    if (!record)
+      continue;
+    if (counts_kept_)
+      first_counts_.push_back(last_count_);
+    add_region(word);
   }
 }
 
-void replay_recorder::rank_interval(iostat_ctx *ctx) {
+void replay_recorder::thresholds_unknown() {
+  // No count reaches this, so nothing is marked.
+  thresholds_.back() = UINT32_MAX;
+  counts_kept_ = true;
+}
+
+uint64_t replay_recorder::words() const { return trace_->words.size(); }
+
+bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> &volid16,
+                             size_t thresholds_index) {
+  // The part's ids become this form's, each key met for the first time
+  // taking the next id.  The keys' slots here lie anywhere in a table far
+  // larger than the processor's caches: each is fetched some keys ahead.
+  std::vector<uint32_t> id_here(part->ids_);
+  constexpr size_t AHEAD = 16;
+  struct key {
+    uint32_t device;
+    uint64_t region;
+    uint32_t id;
+  } ahead[AHEAD];
+  size_t pending = 0;
+  bool failed = false;
+  auto take = [&](const key &k) {
+    const uint64_t ref = failed ? REGION_KEY_NONE : slot_of(k.device, k.region);
+    if (ref == REGION_KEY_NONE)
+      failed = true;
+    else
+      id_here[k.id] = (keys_->id_plus_one(ref) & ~region_key_table::COUNTED) - 1;
+  };
+  part->keys_->for_each_key([&](uint32_t device, uint64_t region, uint32_t id) {
+    key &slot = ahead[pending++ % AHEAD];
+    if (pending > AHEAD)
+      take(slot);
+    slot = key{volid16[device], region, id};
+    keys_->prefetch(slot.device, region);
+  });
+  for (size_t i = pending > AHEAD ? pending - AHEAD : 0; i < pending; i++)
+    take(ahead[i % AHEAD]);
+  if (failed)
+    return false;
+  part->keys_.reset(); // the largest of its tables, no longer needed
+
+  // The words whose counts were kept are marked by the thresholds known
+  // now; the others were marked by the part's own, which must be these.
+  const replay_trace &from = *part->trace_;
+  const std::vector<uint64_t> &ends = from.interval_end;
+  const std::vector<uint32_t> &theirs = part->thresholds_;
+  // Every word lies in an interval the part ended, and each interval has
+  // its thresholds.
+  if (ends.empty() || ends.back() != from.words.size() || theirs.size() < ends.size() ||
+      thresholds_.size() < thresholds_index + ends.size())
+    return ok_ = false;
+  const uint64_t offset = trace_->words.size();
+  std::unique_ptr<uint32_t[]> buffer;
+  uint64_t at = 0;
+  size_t k = 0; // the part's interval that word `at` is in
+  for (uint64_t c = 0; c < from.words.chunks() && ok_; c++) {
+    const uint32_t *words = from.words.chunk(c, &buffer);
+    if (words == nullptr)
+      return ok_ = false;
+    const uint64_t n = std::min(from.words.chunk_words(), from.words.size() - at);
+    for (uint64_t i = 0; i < n; i++, at++) {
+      while (k < ends.size() && at >= ends[k])
+        k++;
+      const uint32_t w = words[i];
+      if (w == TRACE_WRAPPED_READ) {
+        push(w);
+        continue;
+      }
+      const uint32_t id = id_here[w & TRACE_ID_MASK];
+      const uint32_t threshold = thresholds_[thresholds_index + k];
+      bool admits;
+      if (at < part->first_counts_.size()) {
+        admits = part->first_counts_[at] >= threshold;
+      } else {
+        admits = (w & TRACE_ADMIT) != 0;
+        if (theirs[k] != threshold)
+          marks_known_ = false;
+      }
+      if (admits)
+        mark(id);
+      push((w & TRACE_READ_START) | (admits ? TRACE_ADMIT : 0) | id);
+    }
+    part->trace_->words.release(c); // the copy grows as the part shrinks
+  }
+  for (uint64_t end : ends)
+    trace_->interval_end.push_back(offset + end);
+  count_wraps_ |= part->count_wraps_;
+  marks_known_ &= part->marks_known_;
+  return ok_;
+}
+
+void replay_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
   const std::vector<uint64_t> &counted = keys_->counted;
   const uint64_t n = counted.size();
-  wrkload_ent *regions = vol_begin_workload(ctx, n);
+  wrkload_ent *regions = vol_begin_workload(ctx, n, quiet);
+  if (quiet && regions == nullptr && n >= VOL_MIN_WORKLOAD_REGIONS)
+    ok_ = false;
   if (regions != nullptr)
     met_.resize(n);
   // The counted slots lie anywhere in a table far larger than the
@@ -173,8 +275,9 @@ void replay_recorder::record_line(trace_line *line) {
 
 void replay_recorder::end_interval() { trace_->interval_end.push_back(trace_->words.size()); }
 
-std::unique_ptr<replay_recorder::pending> replay_recorder::finish() {
-  end_interval();
+std::unique_ptr<replay_recorder::pending> replay_recorder::finish(bool end_last) {
+  if (end_last)
+    end_interval();
   if (!ok_)
     return nullptr;
   auto p = std::make_unique<pending>();

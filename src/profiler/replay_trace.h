@@ -84,7 +84,11 @@ public:
   void record_line(trace_line *line);
   // A read of a known device whose regions the caller adds one by one.
   void begin_read() { start_ = TRACE_READ_START; }
-  void wrapped_read() { push(TRACE_WRAPPED_READ); }
+  void wrapped_read() {
+    if (counts_kept_)
+      first_counts_.push_back(0);
+    push(TRACE_WRAPPED_READ);
+  }
   // The id of (volid16, region) of a device the table knows, made if new.
   uint32_t id_of(uint32_t volid16, uint64_t region);
 
@@ -104,6 +108,26 @@ public:
   void marks_as_counted() { marks_known_ = true; }
   void next_threshold(uint32_t threshold) { thresholds_.push_back(threshold); }
   void views_differ() { marks_known_ = false; }
+  // Where the current interval's threshold is among those given so far.
+  size_t threshold_index() const { return thresholds_.size() - 1; }
+  // For a part of the trace read apart from the rest (trace_part.h): the
+  // thresholds its intervals are marked with are not known while it is
+  // read, from the first until the one after the first interval with a
+  // cut.  Until thresholds_known(), the words are left unmarked (give
+  // next_threshold UINT32_MAX meanwhile) and each one's count is kept
+  // instead, for absorb() to mark them.
+  void thresholds_unknown();
+  void thresholds_known() { counts_kept_ = false; }
+  // Appends `part`, a recorder that read the lines right after this one's
+  // with its own device keys (device d of the part is volid16[d] here) and
+  // ids: its keys take ids here, its words and interval ends follow this
+  // form's, marked as they would have been had this recorder read them.
+  // thresholds_index is where in this recorder's thresholds the part's
+  // first interval's is; the ones after it must have been given (through
+  // next_threshold) for the part's other intervals.  False when memory or
+  // the words' file failed (ok() false), or the key table could not grow
+  // (counting_ok() false too).
+  bool absorb(replay_recorder *part, const std::vector<uint32_t> &volid16, size_t thresholds_index);
   // Sizes the key table for a trace file of `bytes` bytes, so that it
   // need not grow through every size up to the one it ends at.  Only a
   // hint.
@@ -113,8 +137,10 @@ public:
   void prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const;
   // Selects the current interval's workload into ctx's record from the
   // counts, ranked as the region store's walk and sort would rank them,
-  // then starts the next interval.
-  void rank_interval(iostat_ctx *ctx);
+  // then starts the next interval.  `quiet`: for a part read on a thread of
+  // its own, which must print nothing: without memory for the ranking the
+  // form is unusable (ok() false) instead of the allocator's message.
+  void rank_interval(iostat_ctx *ctx, bool quiet = false);
   void add_region(uint32_t id) {
     push(id | start_);
     start_ = 0;
@@ -127,13 +153,16 @@ public:
   // accesses, and the counts are incomplete as well as the form.
   bool counting_ok() const { return counting_ok_; }
 
-  // Ends the last interval (end of file) and hands the form over, keeping
-  // the devices to settle.  Null when !ok().
+  // Ends the last interval (end of file) unless a part absorbed last ended
+  // it, and hands the form over, keeping the devices to settle.  Null when
+  // !ok().
   struct pending;
-  std::unique_ptr<pending> finish();
+  std::unique_ptr<pending> finish(bool end_last = true);
+  uint64_t words() const;
 
 private:
   void push(uint32_t w);
+  void mark(uint32_t id);
   uint64_t slot_of(uint32_t device, uint64_t region);
   uint32_t device_key(const trace_line *line);
 
@@ -148,6 +177,9 @@ private:
   bool count_wraps_ = false;      // a count passed CACHE_COUNT_MASK
   std::vector<uint32_t> thresholds_{0}; // each interval's so far, as marked
   std::vector<bool> marked_;      // per id: some word of it has TRACE_ADMIT
+  bool counts_kept_ = false;      // between thresholds_unknown() and thresholds_known()
+  std::vector<uint32_t> first_counts_; // per word counted then: its count
+  uint32_t last_count_ = 0;       // the count count_access last reached
   bool ok_ = true;
   bool counting_ok_ = true;
 };

@@ -50,6 +50,9 @@ public:
   // cannot be read or the buffer cannot be had.  Safe from several threads
   // at once, each with its own buffer.
   const uint32_t *chunk(uint64_t c, std::unique_ptr<uint32_t[]> *buffer) const;
+  // Gives chunk c's memory back once its words are needed no more:
+  // reading them again is an error.  A chunk in the file stays there.
+  void release(uint64_t c) { chunks_[c].release(); }
   // Hands every chunk's words, in order, to edit(words, n), which may
   // change them in place.  False when the file failed.
   template <class F>

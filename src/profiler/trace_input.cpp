@@ -11,14 +11,21 @@
 #include <malloc.h>
 #include <new>
 #include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
+#include "daemon/settings.h"
 #include "profiler/device_table.h"
+#include "profiler/lines_ahead.h"
 #include "profiler/lru_replay.h"
+#include "profiler/replay_runner.h"
 #include "profiler/replay_trace.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_line.h"
+#include "profiler/trace_part.h"
 #include "profiler/trace_pieces.h"
 #include "profiler/trace_scan.h"
 
@@ -46,14 +53,10 @@ void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_
   vol_stathash_add(e, store);
 }
 
-// Takes one request of the trace input's view: its regions (false when the
-// end wraps and it touches none), its device and its count in num_of_reads.
-// The length field is then reused to hold the request's last region (before
-// any cut), so a later line that stops short of its length reads this number
-// as its length.
+// Takes one request of the trace input's view (vol_take_trace_request), its
+// device and its count in num_of_reads.
 bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id) {
-  const bool forward = vol_trace_request_regions(line->start, line->length, first, last);
-  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
+  const bool forward = vol_take_trace_request(line, first, last);
   *id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
   num_of_reads++;
   return forward;
@@ -81,77 +84,6 @@ void finish_input(uint64_t elapsed) {
   duration = static_cast<float>(elapsed) / 3600.0f;
   casize = 3 * vol_calc_maxwload_size();
 }
-
-// Takes the first `n` fields of `scanned` into `line`, as the scan would
-// have stored them there.
-void take_fields(trace_line *line, const trace_line &scanned, int n) {
-  if (n > 0)
-    line->major = scanned.major;
-  if (n > 1)
-    line->minor = scanned.minor;
-  if (n > 2)
-    line->start = scanned.start;
-  if (n > 3)
-    line->length = scanned.length;
-}
-
-bool same_fields(const trace_line &a, const trace_line &b) {
-  return a.major == b.major && a.minor == b.minor && a.start == b.start && a.length == b.length;
-}
-
-// Lines scanned some way ahead of the one being counted: each region
-// access costs a lookup in a table far larger than the processor's caches,
-// so the slots of a line's first few regions are fetched while the lines
-// before it are counted.  Only a hint; nothing depends on it.
-class scanned_lines {
-public:
-  scanned_lines(trace_piece_reader *reader, replay_recorder *replay)
-      : reader_(reader), replay_(replay) {
-    for (size_t i = 0; i < AHEAD; i++)
-      scan(i);
-  }
-  // The next piece's fields and how many it supplied; false at the end.
-  bool next(trace_line *fields, int *n) {
-    line &l = ring_[head_];
-    if (l.n < 0)
-      return false;
-    *fields = l.fields;
-    *n = l.n;
-    scan(head_);
-    head_ = (head_ + 1) % AHEAD;
-    return true;
-  }
-
-private:
-  static constexpr size_t AHEAD = 16;
-  struct line {
-    trace_line fields;
-    int n; // -1: past the end
-  };
-  void scan(size_t i) {
-    const char *piece = reader_->next();
-    line &l = ring_[i];
-    if (piece == nullptr) {
-      l.n = -1;
-      return;
-    }
-    l.fields = trace_line{};
-    l.n = vol_scan_trace_fields(piece, &l.fields);
-    if (l.n != 4 || l.fields.length == 0)
-      return;
-    const volid_ent *e = vol_find_device(l.fields.major, l.fields.minor);
-    if (e == nullptr)
-      return;
-    uint64_t first;
-    uint64_t last;
-    if (vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
-      replay_->prefetch_read(static_cast<uint32_t>(e->uniq_id) & 0xFFFF, first, last);
-  }
-  trace_piece_reader *reader_;
-  replay_recorder *replay_;
-  line ring_[AHEAD];
-  size_t head_ = 0;
-};
 
 // The end of one of the trace input's intervals, its workload selected: the
 // workload is kept.
@@ -181,6 +113,12 @@ bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first,
   if (*last - *first >= TRACE_MAX_REQUEST_REGIONS)
     *last = *first + TRACE_MAX_REQUEST_REGIONS - 1;
   return true;
+}
+
+bool vol_take_trace_request(trace_line *line, uint64_t *first, uint64_t *last) {
+  const bool forward = vol_trace_request_regions(line->start, line->length, first, last);
+  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
+  return forward;
 }
 
 uint32_t vol_get_unique_volid(int32_t major, uint32_t minor) {
@@ -215,17 +153,16 @@ int vol_read_btfile(FILE *trace, stathash *store) {
   return -1;
 }
 
-void vol_add_vol_wload(wrkload_node *node) {
-  const wrkload_rec &rec = node->rec;
-  if (rec.regions == nullptr || rec.wl_count == 0)
-    return;
+namespace {
 
-  // This interval's record of every known volume, 0 for a volume none of
-  // whose regions is hot.
+// Appends this interval's record of every known volume, counting 0, to the
+// volume's list.  The records, one per volume (null for one that could not
+// be had); null when the array cannot be had.
+vwload_ent **append_volume_records() {
   const uint32_t volumes = static_cast<uint32_t>(guniq_id);
   auto **current = static_cast<vwload_ent **>(zrvmutil_xmalloc(static_cast<uint64_t>(volumes) * sizeof(vwload_ent *)));
   if (current == nullptr)
-    return;
+    return nullptr;
   for (uint32_t u = 0; u < volumes; u++) {
     auto *e = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
     current[u] = e;
@@ -237,7 +174,35 @@ void vol_add_vol_wload(wrkload_node *node) {
       vwload_last[u]->next = e;
     vwload_last[u] = e;
   }
+  return current;
+}
 
+wrkload_node *append_workload_node(const wrkload_rec *rec, uint64_t elapsed) {
+  auto *node = static_cast<wrkload_node *>(zrvmutil_xmalloc(sizeof(wrkload_node)));
+  if (node == nullptr)
+    return nullptr;
+  node->rec = *rec;
+  node->elapsed = elapsed;
+  node->next = nullptr;
+  if (wrkload_list == nullptr)
+    wrkload_list = node;
+  else
+    wrkload_tail->next = node;
+  wrkload_tail = node;
+  return node;
+}
+
+} // namespace
+
+void vol_add_vol_wload(wrkload_node *node) {
+  const wrkload_rec &rec = node->rec;
+  if (rec.regions == nullptr || rec.wl_count == 0)
+    return;
+  // A volume none of whose regions is hot counts 0.
+  vwload_ent **current = append_volume_records();
+  if (current == nullptr)
+    return;
+  const uint32_t volumes = static_cast<uint32_t>(guniq_id);
   // The selection's wl_count takes one entry beyond those at or above the
   // threshold; leaving the last one out counts exactly the hot regions.
   for (uint64_t i = 0; i + 1 < rec.wl_count; i++) {
@@ -248,19 +213,22 @@ void vol_add_vol_wload(wrkload_node *node) {
   free(current);
 }
 
-void vol_add_workload(const wrkload_rec *rec, uint64_t elapsed) {
-  auto *node = static_cast<wrkload_node *>(zrvmutil_xmalloc(sizeof(wrkload_node)));
-  if (node == nullptr)
+void vol_add_workload_counted(const wrkload_rec *rec, uint64_t elapsed, const uint64_t *hot) {
+  if (append_workload_node(rec, elapsed) == nullptr || rec->wl_count == 0)
     return;
-  node->rec = *rec;
-  node->elapsed = elapsed;
-  node->next = nullptr;
-  if (wrkload_list == nullptr)
-    wrkload_list = node;
-  else
-    wrkload_tail->next = node;
-  wrkload_tail = node;
-  vol_add_vol_wload(node);
+  vwload_ent **current = append_volume_records();
+  if (current == nullptr)
+    return;
+  for (uint32_t u = 0; u < static_cast<uint32_t>(guniq_id); u++) {
+    if (current[u] != nullptr)
+      current[u]->count = hot[u];
+  }
+  free(current);
+}
+
+void vol_add_workload(const wrkload_rec *rec, uint64_t elapsed) {
+  if (wrkload_node *node = append_workload_node(rec, elapsed))
+    vol_add_vol_wload(node);
 }
 
 uint64_t vol_calc_maxwload_size(void) {
@@ -356,65 +324,195 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
 
 namespace {
 
-bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
-  // One pass serves the aggregation and records the compact form for the
-  // replays.  The two read the same lines with different memories: the
-  // aggregation keeps a request's last region in the length field, and each
-  // starts its fields at zero after its own separators, so on malformed
-  // lines they can see different requests and even different intervals.
-  // Each keeps its own fields; while they agree, the replay's ids come from
-  // the aggregation's lookups.
-  replay_recorder replay;
-  trace_piece_reader reader(trace);
+// What the reading pass carries from one line to the next: each view's
+// fields, and the end of the current interval in seconds.
+struct reading_state {
   trace_line counted{};
   trace_line replayed{};
   uint64_t elapsed = INTERVAL_SECONDS;
-  struct stat file;
-  if (fstat(fileno(trace), &file) == 0 && S_ISREG(file.st_mode))
-    replay.expect_trace_bytes(static_cast<uint64_t>(file.st_size));
-  scanned_lines ahead(&reader, &replay);
-  replay.marks_as_counted();
+};
+
+// The threshold the interval after the one kept at `elapsed` is marked with.
+uint32_t threshold_after(uint64_t elapsed) {
+  return wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed ? wrkload_tail->rec.threshold : 0;
+}
+
+// Counts and records every piece `reader` hands out.  The two read the
+// same lines with different memories: the aggregation keeps a request's
+// last region in the length field, and each starts its fields at zero after
+// its own separators, so on malformed lines they can see different requests
+// and even different intervals.  Each keeps its own fields; while they
+// agree, the replay's ids come from the aggregation's lookups.  False when
+// the key table could not grow.
+bool read_lines(trace_piece_reader *reader, reading_state *st, replay_recorder *replay, iostat_ctx *ctx) {
+  lines_ahead ahead(reader, replay, [](int32_t major, int32_t minor) -> int64_t {
+    const volid_ent *e = vol_find_device(major, minor);
+    return e == nullptr ? -1 : static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
+  });
   trace_line scanned;
   int n;
   while (ahead.next(&scanned, &n)) {
-    take_fields(&counted, scanned, n);
-    take_fields(&replayed, scanned, n);
-    const bool same = same_fields(counted, replayed);
+    vol_take_trace_fields(&st->counted, scanned, n);
+    vol_take_trace_fields(&st->replayed, scanned, n);
+    const bool same = vol_same_trace_fields(st->counted, st->replayed);
     if (!same)
-      replay.views_differ();
-    switch (vol_trace_line_kind(&counted)) {
+      replay->views_differ();
+    switch (vol_trace_line_kind(&st->counted)) {
     case trace_line_kind::separator:
-      replay.rank_interval(ctx);
-      keep_interval(ctx, elapsed);
+      replay->rank_interval(ctx);
+      keep_interval(ctx, st->elapsed);
       // The next interval's replay admits by this one's threshold.
-      replay.next_threshold(wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed
-                                ? wrkload_tail->rec.threshold
-                                : 0);
-      elapsed += INTERVAL_SECONDS;
-      counted = trace_line{};
+      replay->next_threshold(threshold_after(st->elapsed));
+      st->elapsed += INTERVAL_SECONDS;
+      st->counted = trace_line{};
       break;
     case trace_line_kind::skip:
       break;
     case trace_line_kind::request:
-      count_request(&counted, &replay, same);
-      if (!replay.counting_ok())
+      count_request(&st->counted, replay, same);
+      if (!replay->counting_ok())
         return false;
       if (same)
         continue;
       break;
     }
-    replay.record_line(&replayed);
+    replay->record_line(&st->replayed);
   }
-  replay.rank_interval(ctx);
-  keep_interval(ctx, elapsed);
-  vol_keep_replay_trace(replay.finish());
-  finish_input(elapsed);
+  return true;
+}
+
+// Whether the devices of a part read apart can be made without their
+// numbers outgrowing the keys' 16 bits.
+bool part_devices_fit(const trace_part &part) {
+  uint64_t devices = static_cast<uint64_t>(guniq_id);
+  for (const auto &[major, minor] : part.devices)
+    devices += vol_find_device(major, minor) == nullptr;
+  return devices <= 0xFFFF;
+}
+
+// Takes in a part read apart, as read_lines would have read its lines: its
+// devices are made in the order met, interval by interval, its intervals'
+// workloads kept, and its form appended to the replay's.  False when the
+// key table could not grow.
+bool take_part(trace_part *part, reading_state *st, replay_recorder *replay, iostat_ctx *ctx) {
+  const size_t first_threshold = replay->threshold_index();
+  std::vector<uint32_t> volid16(part->devices.size());
+  size_t made = 0;
+  for (const part_interval &kept : part->intervals) {
+    for (; made < kept.devices; made++) {
+      const auto &[major, minor] = part->devices[made];
+      volid16[made] = vol_get_unique_volid(major, static_cast<uint32_t>(minor)) & 0xFFFF;
+    }
+    wrkload_rec rec = kept.rec;
+    if (kept.inherits)
+      rec.threshold = ctx->wrkload.threshold;
+    std::vector<uint64_t> hot(static_cast<uint32_t>(guniq_id), 0);
+    for (size_t d = 0; d < kept.hot.size(); d++)
+      hot[volid16[d]] += kept.hot[d];
+    vol_add_workload_counted(&rec, st->elapsed, hot.data());
+    ctx->wrkload = rec; // what the record keeps for the next interval
+    vol_clear_workload(&ctx->wrkload);
+    if (kept.ends_file)
+      break;
+    replay->next_threshold(threshold_after(st->elapsed));
+    st->elapsed += INTERVAL_SECONDS;
+  }
+  num_of_reads += part->reads;
+  const bool ok = replay->absorb(part->replay.get(), volid16, first_threshold);
+  part->replay.reset();
+  return ok || replay->counting_ok();
+}
+
+unsigned parts_taken; // by the last reading pass
+
+// The parts the trace is read in, the first by the caller; empty for one
+// part.  Parts are worth their threads only on processors of their own.  At
+// any debug level every interval's selection prints its lines, and a part
+// read apart prints nothing: the whole file is then read here, in order.
+std::vector<trace_part> plan_parts(FILE *trace, const struct stat &file) {
+  std::vector<trace_part> parts;
+  const unsigned threads = vol_replay_threads();
+  const off_t begin = ftello(trace);
+  if (threads < 2 || debug != 0 || !S_ISREG(file.st_mode) || begin < 0 || file.st_size <= begin)
+    return parts;
+  const auto end = static_cast<uint64_t>(file.st_size);
+  const std::vector<uint64_t> starts =
+      vol_trace_part_starts(fileno(trace), static_cast<uint64_t>(begin), end, threads, vol_least_part_bytes());
+  if (starts.empty())
+    return parts;
+  parts.resize(starts.size() + 1);
+  parts[0].begin = static_cast<uint64_t>(begin);
+  for (size_t k = 0; k < starts.size(); k++) {
+    parts[k].end = starts[k];
+    parts[k + 1].begin = starts[k];
+  }
+  parts.back().end = end;
+  parts.back().last = true;
+  return parts;
+}
+
+bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
+  // One pass serves the aggregation and records the compact form for the
+  // replays.  With processors to spare, the parts after the first are read
+  // apart meanwhile and taken in after it; a part that could not be read
+  // apart is read here, in its turn.
+  replay_recorder replay;
+  reading_state st;
+  struct stat file {};
+  if (fstat(fileno(trace), &file) == 0 && S_ISREG(file.st_mode))
+    replay.expect_trace_bytes(static_cast<uint64_t>(file.st_size));
+  replay.marks_as_counted();
+  std::vector<trace_part> parts = plan_parts(trace, file);
+  parts_taken = 0;
+  bool last_taken = false; // the last part was read apart and taken in
+  if (parts.empty()) {
+    trace_piece_reader reader(trace);
+    if (!read_lines(&reader, &st, &replay, ctx))
+      return false;
+  } else {
+    const int fd = fileno(trace);
+    const auto bytes = static_cast<uint64_t>(file.st_size);
+    std::vector<std::jthread> apart; // apart[k - 1] reads parts[k]
+    for (size_t k = 1; k < parts.size(); k++) {
+      try {
+        apart.emplace_back([fd, bytes, part = &parts[k]](std::stop_token stop) {
+          vol_read_trace_part(fd, bytes, part, stop);
+        });
+      } catch (const std::system_error &) {
+        break; // no thread to be had: the rest are read here
+      }
+    }
+    for (size_t k = 0; k < parts.size(); k++) {
+      trace_part &part = parts[k];
+      if (k > 0 && k <= apart.size()) {
+        apart[k - 1].join();
+        if (part.ok && part_devices_fit(part)) {
+          if (!take_part(&part, &st, &replay, ctx))
+            return false;
+          parts_taken++;
+          last_taken = part.last;
+          continue;
+        }
+      }
+      trace_piece_reader reader(fd, part.begin, part.end);
+      if (!read_lines(&reader, &st, &replay, ctx))
+        return false;
+    }
+  }
+  if (!last_taken) {
+    replay.rank_interval(ctx);
+    keep_interval(ctx, st.elapsed);
+  }
+  vol_keep_replay_trace(replay.finish(!last_taken));
+  finish_input(st.elapsed);
   return true;
 } catch (const std::bad_alloc &) {
   return false;
 }
 
 } // namespace
+
+unsigned vol_parts_taken(void) { return parts_taken; }
 
 namespace {
 void read_intervals(FILE *trace, iostat_ctx *ctx) {

@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "daemon/workload_select.h"
+#include "profiler/trace_line.h"
 #include "profiler/volume_loads.h"
 #include "stats/stathash.h"
 
@@ -36,10 +37,18 @@ constexpr uint64_t TRACE_MAX_REQUEST_REGIONS = 65536;
 // region of start itself, which then counts as a one-region request).
 // *first and *last are set in every case, *last uncut when false.
 bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last);
+// Takes one request of the trace input's view: its regions, as above.  The
+// length field is then reused to hold the request's last region (before
+// any cut), so a later line that stops short of its length reads this
+// number as its length.
+bool vol_take_trace_request(trace_line *line, uint64_t *first, uint64_t *last);
 
 // Reads the whole trace into ctx (cleared first), interval by interval,
 // keeping each interval's workload; sets duration and casize.
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx);
+// How many parts of the file the last reading pass read on threads of their
+// own and took in (trace_part.h); 0 when it read the file in one part.
+unsigned vol_parts_taken(void);
 // Forgets what reading a trace has made: the devices met, the interval
 // workloads, the per-volume loads and the read count.
 void vol_forget_trace_input(void);
@@ -52,6 +61,9 @@ uint32_t vol_get_unique_volid(int32_t major, uint32_t minor);
 void vol_add_workload(const wrkload_rec *rec, uint64_t elapsed);
 // Adds an interval's per-volume hot-region counts.
 void vol_add_vol_wload(wrkload_node *node);
+// As vol_add_workload, for a record whose regions were counted already:
+// hot[u] is volume u's count of hot regions, for every known volume.
+void vol_add_workload_counted(const wrkload_rec *rec, uint64_t elapsed, const uint64_t *hot);
 // Fills vmaxwload_list; returns the sum of the per-volume maxima (0 when no
 // volume is known).
 uint64_t vol_calc_maxwload_size(void);

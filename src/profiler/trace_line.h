@@ -31,6 +31,23 @@ enum class trace_line_kind {
 // (or on a read error), leaving *line unchanged.
 bool vol_trace_read_line(FILE *trace, trace_line *line);
 
+// Takes the first `n` fields of `scanned` (as the scanner returned them for
+// a piece) into *line, as the scan would have stored them there.
+inline void vol_take_trace_fields(trace_line *line, const trace_line &scanned, int n) {
+  if (n > 0)
+    line->major = scanned.major;
+  if (n > 1)
+    line->minor = scanned.minor;
+  if (n > 2)
+    line->start = scanned.start;
+  if (n > 3)
+    line->length = scanned.length;
+}
+
+inline bool vol_same_trace_fields(const trace_line &a, const trace_line &b) {
+  return a.major == b.major && a.minor == b.minor && a.start == b.start && a.length == b.length;
+}
+
 // How a parsed line is taken.  Major, minor and start all 0 is the separator
 // when the length is 0 too, and otherwise an ordinary request to device
 // (0, 0); any other line with length 0 is skipped.

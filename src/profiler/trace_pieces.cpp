@@ -1,6 +1,8 @@
 #include "profiler/trace_pieces.h"
 
+#include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 #include "profiler/trace_line.h"
 
@@ -11,6 +13,26 @@ constexpr size_t PIECE = TRACE_LINE_BUF - 1;
 
 trace_piece_reader::trace_piece_reader(FILE *file) : file_(file), buf_(new char[BLOCK + 1]()) {}
 
+trace_piece_reader::trace_piece_reader(int fd, uint64_t begin, uint64_t end)
+    : fd_(fd), at_(begin), end_at_(end), buf_(new char[BLOCK + 1]()) {}
+
+size_t trace_piece_reader::read_more(char *to, size_t most) {
+  if (file_ != nullptr)
+    return fread(to, 1, most, file_);
+  if (fd_ < 0)
+    return 0;
+  const uint64_t left = end_at_ - at_;
+  for (;;) {
+    const ssize_t got = pread(fd_, to, left < most ? left : most, static_cast<off_t>(at_));
+    if (got < 0 && errno == EINTR)
+      continue;
+    if (got <= 0)
+      return 0;
+    at_ += static_cast<uint64_t>(got);
+    return static_cast<size_t>(got);
+  }
+}
+
 // Keeps at least a whole piece in the buffer unless the file ends first.
 bool trace_piece_reader::refill() {
   if (end_ || len_ - pos_ >= PIECE)
@@ -19,7 +41,7 @@ bool trace_piece_reader::refill() {
   len_ -= pos_;
   pos_ = 0;
   while (!end_ && len_ < BLOCK) {
-    size_t got = file_ == nullptr ? 0 : fread(buf_.get() + len_, 1, BLOCK - len_, file_);
+    const size_t got = read_more(buf_.get() + len_, BLOCK - len_);
     if (got == 0)
       end_ = true;
     len_ += got;

@@ -5,12 +5,17 @@
 // instead of one library call a line.
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 
 class trace_piece_reader {
 public:
   explicit trace_piece_reader(FILE *file);
+  // Reads the bytes [begin, end) of the file open on `fd` with pread, so
+  // that several readers can share one descriptor, each on its own part of
+  // the file.  A read error ends the part, as it ends the file above.
+  trace_piece_reader(int fd, uint64_t begin, uint64_t end);
   // The next piece, NUL-terminated (a NUL inside it ends it early, as it
   // does for the scanner after fgets), valid until the next call; null at
   // end of file or on a read error.
@@ -18,7 +23,11 @@ public:
 
 private:
   bool refill();
-  FILE *file_;
+  size_t read_more(char *to, size_t most);
+  FILE *file_ = nullptr;
+  int fd_ = -1;
+  uint64_t at_ = 0;  // with fd_: the next byte to read, and the end
+  uint64_t end_at_ = 0;
   std::unique_ptr<char[]> buf_;
   size_t pos_ = 0;
   size_t len_ = 0;

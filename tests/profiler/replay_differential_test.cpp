@@ -24,6 +24,7 @@
 #include "profiler/profiler_main.h"
 #include "profiler/run_state.h"
 #include "profiler/trace_input.h"
+#include "profiler/trace_part.h"
 #include "profiler/trace_state.h"
 #include "support/temp_dir.h"
 #include "zeroed_heap.h"
@@ -38,8 +39,11 @@ std::string fields(int major, int minor, uint64_t start, uint64_t length) {
 }
 
 // One generated trace: hot regions read often enough to make workloads and
-// thresholds, cold and sequential reads around them, and odd lines.
-std::string random_trace(std::mt19937_64 &rng) {
+// thresholds, cold and sequential reads around them, and odd lines.  A
+// `clean` trace has none of the lines that make the trace input and the
+// replay see different requests (partial lines), so that the reading pass
+// can read its parts apart.
+std::string random_trace(std::mt19937_64 &rng, bool clean = false) {
   auto pick = [&rng](uint64_t n) { return n == 0 ? 0 : rng() % n; };
   std::vector<int> minors;
   const int devices = pick(4) == 0 ? 130 : 1 + static_cast<int>(pick(4));
@@ -64,7 +68,9 @@ std::string random_trace(std::mt19937_64 &rng) {
       const int minor = minors[std::min(pick(devices), pick(devices))];
       const uint64_t region = hot[std::min(pick(hot.size()), pick(hot.size()))];
       const uint64_t start = (base + region) * 128 + pick(128);
-      const uint64_t kind = pick(base == 0 ? 100 : 82);
+      uint64_t kind = pick(base == 0 ? 100 : 82);
+      if (clean && ((kind >= 82 && kind < 89) || kind == 94 || kind == 95))
+        kind = 0;
       if (kind < 60)
         text += fields(8, minor, start, 1 + pick(300));
       else if (kind < 78)
@@ -79,8 +85,9 @@ std::string random_trace(std::mt19937_64 &rng) {
         text += std::vector<std::string>{"8", "8 " + std::to_string(minor), "9 " + std::to_string(pick(3)),
                                          "8 " + std::to_string(minor) + " " + std::to_string(start),
                                          "0 0", "0 0 0"}[pick(6)];
-      else if (kind < 91) // a piece boundary inside the next read
-        text += fields(8, minor, start, 7) + std::string(230 + pick(40), ' ') + fields(8, minor, start + 128, 9);
+      else if (kind < 91) // a piece boundary inside the next read, or before it
+        text += fields(8, minor, start, 7) + std::string((clean ? 250 : 230) + pick(40), ' ') +
+                fields(8, minor, start + 128, 9);
       else if (kind < 93)
         text += fields(0, 0, start, 1 + pick(200));
       else if (kind < 94)
@@ -109,6 +116,13 @@ protected:
     reset();
     unsetenv("ZRIOSTAT_REPLAY_THREADS");
     unsetenv("ZRIOSTAT_REPLAY_MEMORY");
+    vol_set_least_part_bytes(default_part_bytes_);
+  }
+  // The reading pass cuts even a small trace into `parts` parts where it
+  // can (1: reads it whole, with two replay threads).
+  void read_in_parts(int parts) {
+    setenv("ZRIOSTAT_REPLAY_THREADS", std::to_string(std::max(parts, 2)).c_str(), 1);
+    vol_set_least_part_bytes(parts == 1 ? default_part_bytes_ : 1);
   }
   static void reset() {
     reset_trace_state();
@@ -146,18 +160,23 @@ protected:
   }
 
   scoped_temp_dir dir_;
+  const uint64_t default_part_bytes_ = vol_least_part_bytes();
 };
 
 TEST_F(ReplayDifferential, HitsAndMissesAtEverySize) {
   std::mt19937_64 rng(20261123);
-  for (int n = 0; n < 16; n++) {
+  unsigned taken = 0;
+  for (int n = 0; n < 24; n++) {
     SCOPED_TRACE("trace " + std::to_string(n));
-    const std::string text = random_trace(rng);
+    const bool apart = n >= 16;
+    const std::string text = random_trace(rng, apart);
     dir_.write("out", text);
     reset();
     FILE *f = text_file(text);
     auto ctx = make_zeroed<iostat_ctx>();
+    read_in_parts(apart ? 3 : 1);
     vol_process_trace_input(f, ctx.get());
+    taken += vol_parts_taken();
     fclose(f);
     const uint64_t predicted = casize;
     for (uint64_t size : {uint64_t{0}, uint64_t{5}, uint64_t{150}, predicted, 3 * predicted}) {
@@ -168,6 +187,7 @@ TEST_F(ReplayDifferential, HitsAndMissesAtEverySize) {
       }
     }
   }
+  EXPECT_GE(taken, 8u); // most parts were read apart, not read again
 }
 
 // Each word's read start and admission mark, in order.
@@ -190,15 +210,19 @@ std::vector<uint32_t> marks(const replay_trace &t) {
 // program's chunks of a million.
 TEST_F(ReplayDifferential, ChunksOfAnySizeReplayTheSame) {
   std::mt19937_64 rng(11);
-  for (int n = 0; n < 30; n++) {
+  for (int n = 0; n < 40; n++) {
     SCOPED_TRACE("trace " + std::to_string(n));
     // The first: a partial line that the trace input reads with the last
     // region as its length (9 blocks, region 9) and the replay with the
     // length given (regions 9 to 19), in an interval where all admits.
-    const std::string text = n == 0 ? "8 0 0 1280\n8 0 1200\n8 0 1300 8\n" : random_trace(rng);
+    // The last ten are read in parts.
+    const bool apart = n >= 30;
+    const std::string text = n == 0 ? "8 0 0 1280\n8 0 1200\n8 0 1300 8\n" : random_trace(rng, apart);
     reset();
     FILE *f = text_file(text);
     auto ctx = make_zeroed<iostat_ctx>();
+    // Read in parts, the form's marks are those settling would make too.
+    read_in_parts(apart ? 2 : 1);
     vol_process_trace_input(f, ctx.get()); // the thresholds
     const replay_trace *counted = vol_kept_replay_trace();
     ASSERT_NE(counted, nullptr);
@@ -210,7 +234,7 @@ TEST_F(ReplayDifferential, ChunksOfAnySizeReplayTheSame) {
       if (chunk == TRACE_CHUNK_WORDS) {
         ASSERT_EQ(marks(*counted), marks(*t));
       }
-      if (n >= 6)
+      if (n >= 6 && !apart)
         continue;
       for (uint64_t size : {uint64_t{0}, uint64_t{5}, uint64_t{150}, casize}) {
         for (bool admit_all : {false, true}) {
@@ -227,24 +251,29 @@ TEST_F(ReplayDifferential, ChunksOfAnySizeReplayTheSame) {
 
 TEST_F(ReplayDifferential, WholeReportsOnOneThreadOrTwoOrFromAFile) {
   std::mt19937_64 rng(7);
-  for (int n = 0; n < 12; n++) {
+  for (int n = 0; n < 16; n++) {
     SCOPED_TRACE("trace " + std::to_string(n));
-    dir_.write("out", random_trace(rng));
+    dir_.write("out", random_trace(rng, n >= 12));
     // Some runs with a map (the fixed-fraction table then has a storage
     // size), some with a user size, one too large to allocate.
     if (n % 3 == 0)
       dir_.write("device_map", "dA 8 0 640000\ndB 8 16 64000\ndC 7 7 1280\n");
     const std::vector<std::string> user_sizes = {"0", "30", "1000000000000", "500"};
     std::vector<std::string> options = {"-c", user_sizes[n % 4], "-s", "1", "-d", "5"};
-    const int32_t level = n % 2 == 0 ? 4 : 0;
+    const int32_t level = n % 2 == 0 && n < 12 ? 4 : 0;
     const std::vector<std::string> literal = whole_run(options, true, level);
     for (const char *threads : {"1", "2"}) {
       setenv("ZRIOSTAT_REPLAY_THREADS", threads, 1);
       EXPECT_EQ(literal, whole_run(options, false, level)) << threads << " threads";
     }
+    read_in_parts(3);
+    EXPECT_EQ(literal, whole_run(options, false, level)) << "read in parts";
     // No memory for the words: they go to the temporary file.
     setenv("ZRIOSTAT_REPLAY_MEMORY", "0", 1);
-    EXPECT_EQ(literal, whole_run(options, false, level)) << "words in a file";
+    for (int parts : {1, 3}) {
+      read_in_parts(parts);
+      EXPECT_EQ(literal, whole_run(options, false, level)) << "words in a file, " << parts << " parts";
+    }
     unsetenv("ZRIOSTAT_REPLAY_MEMORY");
   }
 }

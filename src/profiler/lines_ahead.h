@@ -1,0 +1,69 @@
+#pragma once
+// Lines scanned some way ahead of the one being counted: each region access
+// costs a lookup in a table far larger than the processor's caches, so the
+// slots of a line's first few regions are fetched while the lines before it
+// are counted.  Only a hint; nothing depends on it.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "profiler/replay_trace.h"
+#include "profiler/trace_input.h"
+#include "profiler/trace_line.h"
+#include "profiler/trace_pieces.h"
+#include "profiler/trace_scan.h"
+
+// DeviceKey: key(major, minor) is the device key the reader counts the
+// device's regions under, or a negative number for a device it has not met.
+template <class DeviceKey>
+class lines_ahead {
+public:
+  lines_ahead(trace_piece_reader *reader, const replay_recorder *replay, DeviceKey key)
+      : reader_(reader), replay_(replay), key_(key) {
+    for (size_t i = 0; i < AHEAD; i++)
+      scan(i);
+  }
+  // The next piece's fields (those it did not supply zero) and how many it
+  // supplied; false at the end.
+  bool next(trace_line *fields, int *n) {
+    line &l = ring_[head_];
+    if (l.n < 0)
+      return false;
+    *fields = l.fields;
+    *n = l.n;
+    scan(head_);
+    head_ = (head_ + 1) % AHEAD;
+    return true;
+  }
+
+private:
+  static constexpr size_t AHEAD = 16;
+  struct line {
+    trace_line fields;
+    int n; // -1: past the end
+  };
+  void scan(size_t i) {
+    const char *piece = reader_->next();
+    line &l = ring_[i];
+    if (piece == nullptr) {
+      l.n = -1;
+      return;
+    }
+    l.fields = trace_line{};
+    l.n = vol_scan_trace_fields(piece, &l.fields);
+    if (l.n != 4 || l.fields.length == 0)
+      return;
+    const int64_t device = key_(l.fields.major, l.fields.minor);
+    if (device < 0)
+      return;
+    uint64_t first;
+    uint64_t last;
+    if (vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
+      replay_->prefetch_read(static_cast<uint32_t>(device), first, last);
+  }
+  trace_piece_reader *reader_;
+  const replay_recorder *replay_;
+  DeviceKey key_;
+  line ring_[AHEAD];
+  size_t head_ = 0;
+};
