@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <malloc.h>
 #include <new>
 #include <sys/stat.h>
 #include <system_error>
@@ -19,6 +18,7 @@
 #include "daemon/iostat_ctx.h"
 #include "daemon/settings.h"
 #include "profiler/device_table.h"
+#include "profiler/heap_policy.h"
 #include "profiler/lines_ahead.h"
 #include "profiler/lru_replay.h"
 #include "profiler/replay_runner.h"
@@ -261,7 +261,7 @@ namespace {
 // standard containers behind the form ran out of memory (they report it by
 // throwing, which is caught here and nowhere deeper): the pass is then
 // unfinished and its state must be forgotten.
-bool count_and_record(FILE *trace, iostat_ctx *ctx);
+bool count_and_record(FILE *trace, const struct stat &file, iostat_ctx *ctx);
 
 } // namespace
 
@@ -294,18 +294,13 @@ void vol_forget_trace_input(void) {
 }
 
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
-  // Every interval allocates and frees arrays of megabytes (its ranking,
-  // its workload), and so does every replay: kept in the heap for reuse
-  // instead of being handed back to the kernel, they need no fresh pages,
-  // whose faults cost more than the memory they would save.
-  mallopt(M_MMAP_THRESHOLD, 256 << 20);
-  mallopt(M_TRIM_THRESHOLD, 512 << 20);
-  // The replays' threads allocate from the one heap too: an arena a thread
-  // would keep what its replay freed, for no later replay to reuse.
-  mallopt(M_ARENA_MAX, 1);
+  struct stat file {};
+  if (fstat(fileno(trace), &file) != 0)
+    file = {};
+  vol_profile_heap(S_ISREG(file.st_mode) ? static_cast<uint64_t>(file.st_size) : 0);
   memset(ctx, 0, sizeof(*ctx));
   if (!vol_literal_replay()) {
-    if (count_and_record(trace, ctx))
+    if (count_and_record(trace, file, ctx))
       return;
     // Without memory for the compact form the run goes on as the streaming
     // path runs, from the first line; that path meets each failed
@@ -451,15 +446,15 @@ std::vector<trace_part> plan_parts(FILE *trace, const struct stat &file) {
   return parts;
 }
 
-bool count_and_record(FILE *trace, iostat_ctx *ctx) try {
+// `file`: the trace's status, its type 0 when unknown.
+bool count_and_record(FILE *trace, const struct stat &file, iostat_ctx *ctx) try {
   // One pass serves the aggregation and records the compact form for the
   // replays.  With processors to spare, the parts after the first are read
   // apart meanwhile and taken in after it; a part that could not be read
   // apart is read here, in its turn.
   replay_recorder replay;
   reading_state st;
-  struct stat file {};
-  if (fstat(fileno(trace), &file) == 0 && S_ISREG(file.st_mode))
+  if (S_ISREG(file.st_mode))
     replay.expect_trace_bytes(static_cast<uint64_t>(file.st_size));
   replay.marks_as_counted();
   std::vector<trace_part> parts = plan_parts(trace, file);
