@@ -22,7 +22,8 @@ constexpr char CUT[] = "\n0 0 0 0\n";
 constexpr size_t CUT_LEN = sizeof(CUT) - 1;
 
 // The offset just past the first CUT that starts at or after `from` and
-// ends by `end`; 0 when there is none (no part starts at 0).
+// ends by `end`; 0 when there is none (no part starts at 0).  A cut that
+// starts before `from` is missed, even where `from` is inside it.
 uint64_t cut_after(int fd, uint64_t from, uint64_t end) {
   constexpr size_t WINDOW = size_t{1} << 20;
   std::unique_ptr<char[]> buf(new (std::nothrow) char[WINDOW]);
@@ -215,8 +216,9 @@ std::vector<uint64_t> vol_trace_part_starts(int fd, uint64_t begin, uint64_t end
   uint64_t previous = begin;
   for (unsigned k = 1; k < parts; k++) {
     const uint64_t target = begin + bytes / parts * k;
+    // The first cut at or after the middle, or after the last part's least.
     const uint64_t from = target > previous + least ? target : previous + least;
-    const uint64_t start = cut_after(fd, from - 1, end);
+    const uint64_t start = cut_after(fd, from - CUT_LEN > previous ? from - CUT_LEN : previous, end);
     if (start == 0 || end - start < least)
       break;
     starts.push_back(start);

@@ -14,6 +14,7 @@
 #include "profiler/run_state.h"
 #include "profiler/sample_report.h"
 #include "profiler/trace_input.h"
+#include "profiler/trace_part.h"
 #include "profiler/trace_state.h"
 #include "zeroed_heap.h"
 
@@ -165,6 +166,37 @@ TEST_F(TraceInput, DeviceMapsOfHundredsOfDevicesAndLongLines) {
   EXPECT_EQ(std::string(45, 'x'), name);
   EXPECT_EQ(8, major);
   EXPECT_EQ(0, minor);
+}
+
+
+// Where the reading pass may cut a trace into parts: only right after a line
+// of four zeros that follows a line end, so that both views start afresh in
+// the next part, each part at least the least bytes long.
+TEST(TraceParts, CutOnlyAfterASeparatorLine) {
+  const std::string a = "8 0 0 8\n";  // 8 bytes
+  const std::string z = "0 0 0 0\n";  // the separator
+  struct row {
+    std::string text;
+    unsigned parts;
+    uint64_t least;
+    std::vector<uint64_t> starts;
+  } rows[] = {
+      {a + a + z + a + a + a, 2, 1, {24}},          // the separator's line ends in the middle
+      {a + a + a + a + z + a + z + a, 2, 1, {40}},  // the first one after the middle
+      {a + z + a + a + a + a + a + a, 2, 1, {}},    // none after the middle: one part
+      {a + a + a + a + a + a + a + a, 2, 1, {}},    // none at all
+      {"10 0 0 0\n" + a + a + a + a, 2, 1, {}},     // "0 0 0 0" not at a line start
+      {a + a + a + a + a + z, 2, 1, {}},            // nothing after it
+      {a + a + z + a + a + a + a + z + a, 3, 1, {24, 64}},
+      {a + a + a + z + a + a + a + a, 2, 32, {32}}, // parts of the least bytes
+      {a + a + a + z + a + a + a + a, 2, 33, {}},
+  };
+  for (const row &r : rows) {
+    SCOPED_TRACE(r.text);
+    FILE *f = text_file(r.text);
+    EXPECT_EQ(r.starts, vol_trace_part_starts(fileno(f), 0, r.text.size(), r.parts, r.least));
+    fclose(f);
+  }
 }
 
 } // namespace
