@@ -3,6 +3,7 @@
 #include "common/zeroed_pages.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <utility>
@@ -47,6 +48,13 @@ bool zeroed_pages::map(uint64_t bytes) {
   if (slack != 0)
     (void)madvise(data_, bytes, MADV_HUGEPAGE);
   return true;
+}
+
+void zeroed_pages::drop_before(uint64_t bytes) {
+  const uint64_t page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  const uint64_t whole = (bytes < bytes_ ? bytes : bytes_) / page * page;
+  if (whole != 0)
+    (void)madvise(data_, whole, MADV_DONTNEED);
 }
 
 void zeroed_pages::release() {

@@ -22,6 +22,9 @@ public:
   // holding nothing, when the kernel refuses the mapping.
   bool map(uint64_t bytes);
   void release();
+  // Gives the whole pages among the first `bytes` back to the kernel, for a
+  // caller done with them: they read as zero afterwards.
+  void drop_before(uint64_t bytes);
   void *data() const { return data_; }
   uint64_t bytes() const { return bytes_; }
 
@@ -47,6 +50,8 @@ public:
   }
   T &operator[](uint64_t i) { return static_cast<T *>(pages_.data())[i]; }
   const T &operator[](uint64_t i) const { return static_cast<const T *>(pages_.data())[i]; }
+  // Gives the pages of the first `n` entries back (zeroed_pages::drop_before).
+  void drop_before(uint64_t n) { pages_.drop_before(n * sizeof(T)); }
   T *begin() { return static_cast<T *>(pages_.data()); }
   T *end() { return begin() + n_; }
   const T *begin() const { return static_cast<const T *>(pages_.data()); }

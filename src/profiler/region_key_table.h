@@ -51,6 +51,13 @@ struct open_key_table {
       i = (i + 1) & mask;
     return i;
   }
+  // The reference of `key`, or REGION_KEY_NONE when it is not in the table.
+  uint64_t find(const Key &key) const {
+    if (slots.size() == 0)
+      return REGION_KEY_NONE;
+    const uint64_t i = probe(key);
+    return slots[i].id_plus_one == 0 ? REGION_KEY_NONE : i | TAG;
+  }
   // The reference of `key`, a new key taking the id `fresh` (*added set);
   // REGION_KEY_NONE when the table could not grow.  The references to this
   // table in *refs are kept right when it grows.
@@ -104,13 +111,19 @@ public:
       return packed_.find_or_add(pack(device, region), fresh, added, &counted);
     return wide_.find_or_add(wide_region_key{region, device}, fresh, added, &counted);
   }
+  // The reference of (device, region); REGION_KEY_NONE when not in the table.
+  uint64_t find(uint32_t device, uint64_t region) const {
+    if (region < PACKED_REGIONS && device < PACKED_DEVICES)
+      return packed_.find(pack(device, region));
+    return wide_.find(wide_region_key{region, device});
+  }
   // Sizes the empty table of packed keys for `keys` keys; false, the table
   // left empty, when the memory cannot be had.
   bool reserve(uint64_t keys) { return packed_.reserve(keys); }
-  // Sizes the empty tables for the keys of `other`, whose device keys may
-  // change.  False when the memory cannot be had.
-  bool reserve_for(const region_key_table &other) {
-    return packed_.reserve(other.keys()) && wide_.reserve(other.wide_.used);
+  // Sizes the empty tables for the keys of `other` and `more` keys besides,
+  // whose device keys may change.  False when the memory cannot be had.
+  bool reserve_for(const region_key_table &other, uint64_t more) {
+    return packed_.reserve(other.keys() + more) && wide_.reserve(other.wide_.used);
   }
   // Starts fetching the slot of a key that packs.
   void prefetch(uint32_t device, uint64_t region) const {
@@ -148,6 +161,24 @@ public:
       if (s.id_plus_one != 0)
         f(s.key.device, s.key.region, (s.id_plus_one & ~COUNTED) - 1);
     }
+  }
+  // Calls f(device, region, id) for every key, as for_each_key does, and
+  // empties the table as it goes, so that its memory shrinks while the
+  // caller's grows.
+  template <class F>
+  void take_each_key(F f) {
+    constexpr uint64_t STEP = (uint64_t{2} << 20) / sizeof(packed_.slots[0]); // a huge page of slots
+    for (uint64_t i = 0; i < packed_.slots.size(); i++) {
+      if (packed_.slots[i].id_plus_one != 0)
+        f(device(i), region(i), (packed_.slots[i].id_plus_one & ~COUNTED) - 1);
+      if ((i + 1) % STEP == 0)
+        packed_.slots.drop_before(i + 1);
+    }
+    for (const auto &s : wide_.slots) {
+      if (s.id_plus_one != 0)
+        f(s.key.device, s.key.region, (s.id_plus_one & ~COUNTED) - 1);
+    }
+    *this = region_key_table{};
   }
   uint64_t keys() const { return packed_.used + wide_.used; }
 

@@ -124,7 +124,7 @@ void replay_recorder::thresholds_unknown() {
 uint64_t replay_recorder::words() const { return trace_->words.size(); }
 
 bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> &volid16,
-                             size_t thresholds_index) {
+                             size_t thresholds_index, bool last) {
   // The part's ids become this form's, each key met for the first time
   // taking the next id.  The keys' slots here lie anywhere in a table far
   // larger than the processor's caches: each is fetched some keys ahead.
@@ -137,14 +137,22 @@ bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> 
   } ahead[AHEAD];
   size_t pending = 0;
   bool failed = false;
+  if (last)
+    first_extra_id_ = ids_;
   auto take = [&](const key &k) {
-    const uint64_t ref = failed ? REGION_KEY_NONE : slot_of(k.device, k.region);
-    if (ref == REGION_KEY_NONE)
-      failed = true;
-    else
+    const uint64_t ref = failed ? REGION_KEY_NONE : last ? keys_->find(k.device, k.region) : slot_of(k.device, k.region);
+    if (ref != REGION_KEY_NONE) {
       id_here[k.id] = (keys_->id_plus_one(ref) & ~region_key_table::COUNTED) - 1;
+    } else if (last && !failed) {
+      id_here[k.id] = ids_ < TRACE_MAX_IDS ? ids_ : TRACE_MAX_IDS;
+      if (ids_++ >= TRACE_MAX_IDS)
+        ok_ = false;
+      extra_keys_.push_back(wide_region_key{k.region, k.device});
+    } else {
+      failed = true;
+    }
   };
-  part->keys_->for_each_key([&](uint32_t device, uint64_t region, uint32_t id) {
+  part->keys_->take_each_key([&](uint32_t device, uint64_t region, uint32_t id) {
     key &slot = ahead[pending++ % AHEAD];
     if (pending > AHEAD)
       take(slot);
@@ -283,6 +291,8 @@ std::unique_ptr<replay_recorder::pending> replay_recorder::finish(bool end_last)
   auto p = std::make_unique<pending>();
   p->trace = std::move(trace_);
   p->keys = std::move(keys_);
+  p->extra_keys = std::move(extra_keys_);
+  p->first_extra_id = first_extra_id_;
   p->new_devices = std::move(new_devices_);
   p->marks_known = marks_known_;
   p->count_wraps = count_wraps_;
@@ -315,10 +325,19 @@ void take_thresholds(replay_trace *t) {
 
 namespace {
 
+// Calls f(device, region, id) for every key recorded, in the table or
+// beside it.
+template <class F>
+void for_each_recorded_key(const replay_recorder::pending &p, F f) {
+  p.keys->for_each_key(f);
+  for (size_t i = 0; i < p.extra_keys.size(); i++)
+    f(p.extra_keys[i].device, p.extra_keys[i].region, p.first_extra_id + static_cast<uint32_t>(i));
+}
+
 // Gives each id the bucket of its key.
-void take_buckets(replay_trace *t, const region_key_table &keys) {
-  t->bucket.resize(keys.keys());
-  keys.for_each_key([t](uint32_t device, uint64_t region, uint32_t id) {
+void take_buckets(replay_trace *t, const replay_recorder::pending &p) {
+  t->bucket.resize(p.keys->keys() + p.extra_keys.size());
+  for_each_recorded_key(p, [t](uint32_t device, uint64_t region, uint32_t id) {
     t->bucket[id] = static_cast<uint32_t>(vol_stathash_bucket(region, device));
   });
 }
@@ -333,12 +352,12 @@ bool settle_new_devices(replay_trace *t, const replay_recorder::pending &p) {
     volid16.push_back(vol_get_unique_volid(major, static_cast<uint32_t>(minor)) & 0xFFFF);
 
   region_key_table final_keys;
-  if (!final_keys.reserve_for(*p.keys))
+  if (!final_keys.reserve_for(*p.keys, p.extra_keys.size()))
     return false;
-  std::vector<uint32_t> renumber(p.keys->keys());
+  std::vector<uint32_t> renumber(p.keys->keys() + p.extra_keys.size());
   std::vector<uint32_t> bucket;
   bool ok = true;
-  p.keys->for_each_key([&](uint32_t device, uint64_t region, uint32_t id) {
+  for_each_recorded_key(p, [&](uint32_t device, uint64_t region, uint32_t id) {
     const uint32_t v = device >= NEW_DEVICE_KEY ? volid16[device - NEW_DEVICE_KEY] : device;
     bool added;
     const uint64_t i = final_keys.find_or_add(v, region, static_cast<uint32_t>(bucket.size()), &added);
@@ -436,10 +455,11 @@ std::unique_ptr<replay_trace> vol_settle_replay_trace(std::unique_ptr<replay_rec
   std::unique_ptr<replay_trace> t = std::move(p->trace);
   take_thresholds(t.get());
   if (p->new_devices.empty())
-    take_buckets(t.get(), *p->keys);
+    take_buckets(t.get(), *p);
   else if (!settle_new_devices(t.get(), *p))
     return nullptr;
   p->keys.reset(); // the largest table, and no longer needed
+  p->extra_keys = {};
   // The marks the reading pass made hold when its view was the replay's
   // throughout and its thresholds were these.
   std::vector<bool> marked = std::move(p->marked);

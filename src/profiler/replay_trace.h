@@ -31,6 +31,7 @@
 
 struct iostat_ctx;
 class region_key_table; // (device key, region) to id
+struct wide_region_key;
 
 constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
 constexpr uint32_t TRACE_ADMIT = 0x40000000;       // count at the threshold (set when settled)
@@ -124,10 +125,13 @@ public:
   // form's, marked as they would have been had this recorder read them.
   // thresholds_index is where in this recorder's thresholds the part's
   // first interval's is; the ones after it must have been given (through
-  // next_threshold) for the part's other intervals.  False when memory or
-  // the words' file failed (ok() false), or the key table could not grow
-  // (counting_ok() false too).
-  bool absorb(replay_recorder *part, const std::vector<uint32_t> &volid16, size_t thresholds_index);
+  // next_threshold) for the part's other intervals.  After the `last` part
+  // nothing is counted any more: the keys it adds are not put in the key
+  // table, which then need not grow, but kept beside it for settling.
+  // False when memory or the words' file failed (ok() false), or the key
+  // table could not grow (counting_ok() false too).
+  bool absorb(replay_recorder *part, const std::vector<uint32_t> &volid16, size_t thresholds_index,
+              bool last);
   // Sizes the key table for a trace file of `bytes` bytes, so that it
   // need not grow through every size up to the one it ends at.  Only a
   // hint.
@@ -179,6 +183,8 @@ private:
   std::vector<bool> marked_;      // per id: some word of it has TRACE_ADMIT
   bool counts_kept_ = false;      // between thresholds_unknown() and thresholds_known()
   std::vector<uint32_t> first_counts_; // per word counted then: its count
+  std::vector<wide_region_key> extra_keys_; // keys of ids past the table's, in id order
+  uint32_t first_extra_id_ = 0;
   uint32_t last_count_ = 0;       // the count count_access last reached
   bool ok_ = true;
   bool counting_ok_ = true;
@@ -188,6 +194,8 @@ private:
 struct replay_recorder::pending {
   std::unique_ptr<replay_trace> trace;
   std::unique_ptr<region_key_table> keys;
+  std::vector<wide_region_key> extra_keys; // ids first_extra_id on, not in keys
+  uint32_t first_extra_id = 0;
   std::vector<std::pair<int32_t, int32_t>> new_devices;
   // The marks made while counting, when the views agreed throughout.
   bool marks_known = false;

@@ -413,7 +413,7 @@ bool take_part(trace_part *part, reading_state *st, replay_recorder *replay, ios
     st->elapsed += INTERVAL_SECONDS;
   }
   num_of_reads += part->reads;
-  const bool ok = replay->absorb(part->replay.get(), volid16, first_threshold);
+  const bool ok = replay->absorb(part->replay.get(), volid16, first_threshold, part->last);
   part->replay.reset();
   return ok || replay->counting_ok();
 }
