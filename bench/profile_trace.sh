@@ -16,9 +16,9 @@
 #
 # Printed per preset, from one run each: wall time and peak memory of the
 # fast and of the streaming whole run and their ratio (the two reports are
-# compared byte for byte), then the reading pass alone and the replay
-# throughput in region accesses per second per thread, on one thread and on
-# two at once.
+# compared byte for byte), then the reading pass alone (in parts, one per
+# processor, and in one part) and the replay throughput in region accesses
+# per second per thread, on one thread and on two at once.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -53,8 +53,10 @@ for preset in $presets; do
   printf 'whole run, streaming: %7.2f s  %7d KB peak\n' "$lit_s" "$lit_kb"
   echo "ratio               : $(awk -v a="$lit_s" -v b="$fast_s" 'BEGIN { printf "%.1f", a / b }')x faster, reports $same"
   grep -E "^(Cache Size|Read Hit\(%\))" "$trace/report.fast" | sed 's/^/  /'
-  echo "phases, one thread:"
+  echo "phases, one replay at a time (the reading pass in parts, one per processor):"
   "$build/bench/profile_phases" phases "$trace" 1 | sed 's/^/  /'
+  echo "the reading pass in one part:"
+  ZRIOSTAT_REPLAY_THREADS=1 "$build/bench/profile_phases" phases "$trace" 0 | grep '^parse' | sed 's/^/  /'
   echo "replays two at a time:"
   "$build/bench/profile_phases" phases "$trace" 2 | grep '^replay' | sed 's/^/  /'
 done
