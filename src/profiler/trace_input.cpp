@@ -492,6 +492,8 @@ bool count_and_record(FILE *trace, const struct stat &file, iostat_ctx *ctx) try
       trace_piece_reader reader(fd, part.begin, part.end);
       if (!read_lines(&reader, &st, &replay, ctx))
         return false;
+      if (reader.cut_short())
+        break; // a read error ends the trace here, as it would in one part
     }
   }
   if (!last_taken) {

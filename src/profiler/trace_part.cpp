@@ -126,6 +126,8 @@ public:
         break;
       }
     }
+    if (reader.cut_short())
+      return false; // the single pass ends where the file does
     if (part_->last) {
       if (!close_interval(true))
         return false;

@@ -22,12 +22,16 @@ size_t trace_piece_reader::read_more(char *to, size_t most) {
   if (fd_ < 0)
     return 0;
   const uint64_t left = end_at_ - at_;
+  if (left == 0)
+    return 0;
   for (;;) {
     const ssize_t got = pread(fd_, to, left < most ? left : most, static_cast<off_t>(at_));
     if (got < 0 && errno == EINTR)
       continue;
-    if (got <= 0)
+    if (got <= 0) {
+      cut_short_ = true;
       return 0;
+    }
     at_ += static_cast<uint64_t>(got);
     return static_cast<size_t>(got);
   }

@@ -14,8 +14,10 @@ public:
   explicit trace_piece_reader(FILE *file);
   // Reads the bytes [begin, end) of the file open on `fd` with pread, so
   // that several readers can share one descriptor, each on its own part of
-  // the file.  A read error ends the part, as it ends the file above.
+  // the file.  A read error, or the file ending early, ends the part, as it
+  // ends the file above; cut_short() then says so.
   trace_piece_reader(int fd, uint64_t begin, uint64_t end);
+  bool cut_short() const { return cut_short_; }
   // The next piece, NUL-terminated (a NUL inside it ends it early, as it
   // does for the scanner after fgets), valid until the next call; null at
   // end of file or on a read error.
@@ -28,6 +30,7 @@ private:
   int fd_ = -1;
   uint64_t at_ = 0;  // with fd_: the next byte to read, and the end
   uint64_t end_at_ = 0;
+  bool cut_short_ = false;
   std::unique_ptr<char[]> buf_;
   size_t pos_ = 0;
   size_t len_ = 0;
