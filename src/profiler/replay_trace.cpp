@@ -110,7 +110,7 @@ void replay_recorder::count_read(uint32_t volid16, uint64_t first, uint64_t last
     if (!record)
       continue;
     if (counts_kept_)
-      first_counts_.push_back(last_count_);
+      kept_counts_.push_back(last_count_);
     add_region(word);
   }
 }
@@ -120,8 +120,6 @@ void replay_recorder::thresholds_unknown() {
   thresholds_.back() = UINT32_MAX;
   counts_kept_ = true;
 }
-
-uint64_t replay_recorder::words() const { return trace_->words.size(); }
 
 bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> &volid16,
                              size_t thresholds_index, bool last) {
@@ -195,8 +193,8 @@ bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> 
       const uint32_t id = id_here[w & TRACE_ID_MASK];
       const uint32_t threshold = thresholds_[thresholds_index + k];
       bool admits;
-      if (at < part->first_counts_.size()) {
-        admits = part->first_counts_[at] >= threshold;
+      if (at < part->kept_counts_.size()) {
+        admits = part->kept_counts_[at] >= threshold;
       } else {
         admits = (w & TRACE_ADMIT) != 0;
         if (theirs[k] != threshold)

@@ -87,7 +87,7 @@ public:
   void begin_read() { start_ = TRACE_READ_START; }
   void wrapped_read() {
     if (counts_kept_)
-      first_counts_.push_back(0);
+      kept_counts_.push_back(0);
     push(TRACE_WRAPPED_READ);
   }
   // The id of (volid16, region) of a device the table knows, made if new.
@@ -162,7 +162,6 @@ public:
   // !ok().
   struct pending;
   std::unique_ptr<pending> finish(bool end_last = true);
-  uint64_t words() const;
 
 private:
   void push(uint32_t w);
@@ -182,7 +181,7 @@ private:
   std::vector<uint32_t> thresholds_{0}; // each interval's so far, as marked
   std::vector<bool> marked_;      // per id: some word of it has TRACE_ADMIT
   bool counts_kept_ = false;      // between thresholds_unknown() and thresholds_known()
-  std::vector<uint32_t> first_counts_; // per word counted then: its count
+  std::vector<uint32_t> kept_counts_; // per word counted meanwhile: its count
   std::vector<wide_region_key> extra_keys_; // keys of ids past the table's, in id order
   uint32_t first_extra_id_ = 0;
   uint32_t last_count_ = 0;       // the count count_access last reached
