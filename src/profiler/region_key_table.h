@@ -153,31 +153,17 @@ public:
   // Calls f(device, region, id) for every key.
   template <class F>
   void for_each_key(F f) const {
-    for (uint64_t i = 0; i < packed_.slots.size(); i++) {
-      if (packed_.slots[i].id_plus_one != 0)
-        f(device(i), region(i), (packed_.slots[i].id_plus_one & ~COUNTED) - 1);
-    }
-    for (const auto &s : wide_.slots) {
-      if (s.id_plus_one != 0)
-        f(s.key.device, s.key.region, (s.id_plus_one & ~COUNTED) - 1);
-    }
+    visit_keys(f, [](uint64_t) {});
   }
-  // Calls f(device, region, id) for every key, as for_each_key does, and
-  // empties the table as it goes, so that its memory shrinks while the
-  // caller's grows.
+  // The same, emptying the table as it goes, so that its memory shrinks
+  // while the caller's grows.
   template <class F>
   void take_each_key(F f) {
-    constexpr uint64_t STEP = (uint64_t{2} << 20) / sizeof(packed_.slots[0]); // a huge page of slots
-    for (uint64_t i = 0; i < packed_.slots.size(); i++) {
-      if (packed_.slots[i].id_plus_one != 0)
-        f(device(i), region(i), (packed_.slots[i].id_plus_one & ~COUNTED) - 1);
-      if ((i + 1) % STEP == 0)
-        packed_.slots.drop_before(i + 1);
-    }
-    for (const auto &s : wide_.slots) {
-      if (s.id_plus_one != 0)
-        f(s.key.device, s.key.region, (s.id_plus_one & ~COUNTED) - 1);
-    }
+    constexpr uint64_t STEP = ZEROED_HUGE_PAGE / sizeof(packed_.slots[0]);
+    visit_keys(f, [this](uint64_t passed) {
+      if (passed % STEP == 0)
+        packed_.slots.drop_before(passed);
+    });
     *this = region_key_table{};
   }
   uint64_t keys() const { return packed_.used + wide_.used; }
@@ -185,6 +171,21 @@ public:
   std::vector<uint64_t> counted; // references counted in the current interval, in order
 
 private:
+  // f for every key, the packed ones first; passed(n) after the first n
+  // packed slots.
+  template <class F, class Passed>
+  void visit_keys(F f, Passed passed) const {
+    for (uint64_t i = 0; i < packed_.slots.size(); i++) {
+      if (packed_.slots[i].id_plus_one != 0)
+        f(device(i), region(i), (packed_.slots[i].id_plus_one & ~COUNTED) - 1);
+      passed(i + 1);
+    }
+    for (const auto &s : wide_.slots) {
+      if (s.id_plus_one != 0)
+        f(s.key.device, s.key.region, (s.id_plus_one & ~COUNTED) - 1);
+    }
+  }
+
   static constexpr uint64_t PACKED_REGIONS = uint64_t{1} << (64 - DEVICE_BITS);
   static constexpr uint64_t PACKED_DEVICES = uint64_t{1} << DEVICE_BITS;
   static uint64_t pack(uint32_t device, uint64_t region) { return region << DEVICE_BITS | device; }
