@@ -121,12 +121,28 @@ void replay_recorder::thresholds_unknown() {
   counts_kept_ = true;
 }
 
-bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> &volid16,
-                             size_t thresholds_index, bool last) {
-  // The part's ids become this form's, each key met for the first time
-  // taking the next id.  The keys' slots here lie anywhere in a table far
-  // larger than the processor's caches: each is fetched some keys ahead.
+uint32_t replay_recorder::id_for_absorbed(uint32_t device, uint64_t region, bool last) {
+  const uint64_t ref = last ? keys_->find(device, region) : slot_of(device, region);
+  if (ref != REGION_KEY_NONE)
+    return (keys_->id_plus_one(ref) & ~region_key_table::COUNTED) - 1;
+  if (!last)
+    return 0; // the table could not grow: slot_of noted it
+  // Kept beside the table, with the next id, as slot_of would give it.
+  extra_keys_.push_back(wide_region_key{region, device});
+  const uint32_t id = ids_ < TRACE_MAX_IDS ? ids_ : TRACE_MAX_IDS;
+  if (ids_++ >= TRACE_MAX_IDS)
+    ok_ = false;
+  return id;
+}
+
+std::vector<uint32_t> replay_recorder::absorb_keys(replay_recorder *part, const std::vector<uint32_t> &volid16,
+                                                   bool last) {
+  // Each key met for the first time takes the next id.  The keys' slots
+  // here lie anywhere in a table far larger than the processor's caches:
+  // each is fetched some keys ahead.
   std::vector<uint32_t> id_here(part->ids_);
+  if (last)
+    first_extra_id_ = ids_;
   constexpr size_t AHEAD = 16;
   struct key {
     uint32_t device;
@@ -134,22 +150,7 @@ bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> 
     uint32_t id;
   } ahead[AHEAD];
   size_t pending = 0;
-  bool failed = false;
-  if (last)
-    first_extra_id_ = ids_;
-  auto take = [&](const key &k) {
-    const uint64_t ref = failed ? REGION_KEY_NONE : last ? keys_->find(k.device, k.region) : slot_of(k.device, k.region);
-    if (ref != REGION_KEY_NONE) {
-      id_here[k.id] = (keys_->id_plus_one(ref) & ~region_key_table::COUNTED) - 1;
-    } else if (last && !failed) {
-      id_here[k.id] = ids_ < TRACE_MAX_IDS ? ids_ : TRACE_MAX_IDS;
-      if (ids_++ >= TRACE_MAX_IDS)
-        ok_ = false;
-      extra_keys_.push_back(wide_region_key{k.region, k.device});
-    } else {
-      failed = true;
-    }
-  };
+  auto take = [&](const key &k) { id_here[k.id] = id_for_absorbed(k.device, k.region, last); };
   part->keys_->take_each_key([&](uint32_t device, uint64_t region, uint32_t id) {
     key &slot = ahead[pending++ % AHEAD];
     if (pending > AHEAD)
@@ -159,10 +160,15 @@ bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> 
   });
   for (size_t i = pending > AHEAD ? pending - AHEAD : 0; i < pending; i++)
     take(ahead[i % AHEAD]);
-  if (failed)
-    return false;
-  part->keys_.reset(); // the largest of its tables, no longer needed
+  part->keys_.reset();
+  return id_here;
+}
 
+bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> &volid16,
+                             size_t thresholds_index, bool last) {
+  const std::vector<uint32_t> id_here = absorb_keys(part, volid16, last);
+  if (!counting_ok_)
+    return false;
   // The words whose counts were kept are marked by the thresholds known
   // now; the others were marked by the part's own, which must be these.
   const replay_trace &from = *part->trace_;

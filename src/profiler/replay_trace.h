@@ -166,6 +166,10 @@ public:
 private:
   void push(uint32_t w);
   void mark(uint32_t id);
+  // absorb()'s first half: the part's ids here, by its ids.  After an
+  // error, counting_ok() is false.
+  std::vector<uint32_t> absorb_keys(replay_recorder *part, const std::vector<uint32_t> &volid16, bool last);
+  uint32_t id_for_absorbed(uint32_t device, uint64_t region, bool last);
   uint64_t slot_of(uint32_t device, uint64_t region);
   uint32_t device_key(const trace_line *line);
 
