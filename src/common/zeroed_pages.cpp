@@ -21,25 +21,19 @@ zeroed_pages &zeroed_pages::operator=(zeroed_pages &&o) noexcept {
   return *this;
 }
 
-namespace {
-
-constexpr uint64_t HUGE_PAGE = uint64_t{2} << 20;
-
-} // namespace
-
 bool zeroed_pages::map(uint64_t bytes) {
   release();
   // A huge page must start on a 2 MiB boundary, which mmap does not promise:
   // a large array is mapped one huge page longer and starts at the first
   // boundary in it.
-  const uint64_t slack = bytes >= HUGE_PAGE ? HUGE_PAGE : 0;
+  const uint64_t slack = bytes >= ZEROED_HUGE_PAGE ? ZEROED_HUGE_PAGE : 0;
   if (bytes + slack < bytes)
     return false;
   void *p = mmap(nullptr, bytes + slack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (p == MAP_FAILED)
     return false;
   const uintptr_t start = reinterpret_cast<uintptr_t>(p);
-  const uintptr_t aligned = slack == 0 ? start : (start + HUGE_PAGE - 1) & ~(HUGE_PAGE - 1);
+  const uintptr_t aligned = slack == 0 ? start : (start + ZEROED_HUGE_PAGE - 1) & ~(ZEROED_HUGE_PAGE - 1);
   data_ = reinterpret_cast<void *>(aligned);
   bytes_ = bytes;
   mapping_ = p;

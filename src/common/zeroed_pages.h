@@ -9,6 +9,9 @@
 #include <type_traits>
 #include <utility>
 
+// The size of a huge page, and the boundary it must start on.
+constexpr uint64_t ZEROED_HUGE_PAGE = uint64_t{2} << 20;
+
 class zeroed_pages {
 public:
   zeroed_pages() = default;

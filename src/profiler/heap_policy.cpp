@@ -4,9 +4,11 @@
 #include <malloc.h>
 #include <sys/mman.h>
 
+#include "common/zeroed_pages.h"
+
 namespace {
 
-constexpr uintptr_t HUGE_PAGE = uintptr_t{2} << 20;
+constexpr uintptr_t HUGE_PAGE = ZEROED_HUGE_PAGE;
 // Blocks of this size or more would be mapped apart, outside the heap.
 constexpr size_t MMAP_THRESHOLD = size_t{256} << 20;
 // A trace takes about this much heap a byte of its text, at most the
