@@ -313,10 +313,8 @@ TEST_F(ReplayDifferential, WholeReportsOnOneThreadOrTwoOrFromAFile) {
     EXPECT_EQ(literal, whole_run(options, false, level)) << "read in parts";
     // No memory for the words: they go to the temporary file.
     setenv("ZRIOSTAT_REPLAY_MEMORY", "0", 1);
-    for (int parts : {1, 3}) {
-      read_in_parts(parts);
-      EXPECT_EQ(literal, whole_run(options, false, level)) << "words in a file, " << parts << " parts";
-    }
+    read_in_parts(1);
+    EXPECT_EQ(literal, whole_run(options, false, level)) << "words in a file";
     unsetenv("ZRIOSTAT_REPLAY_MEMORY");
   }
 }
