@@ -24,7 +24,7 @@
 namespace {
 
 constexpr unsigned SEQ_BITS = 44; // eviction key: inverted bucket | admission
-constexpr uint32_t FETCHED_AHEAD_FROM = uint32_t{1} << 20; // cacheable ids: 4 MiB of slots
+constexpr uint32_t FETCHED_AHEAD_FROM = uint32_t{1} << 22; // cacheable ids: 4 MiB of bytes
 
 // A cached region's state counts good intervals: a busy interval raises it
 // and an idle one lowers it, each within [COLD, HOT].
@@ -38,12 +38,19 @@ constexpr uint8_t HOT = 2;
 // then, which either hits its node or admits it; a region never read that
 // far has no mark at all.  So no count is kept here.
 //
-// Hits and misses follow no pattern a processor could predict, so the
-// per-access work takes no branch on them: an id that is never cached reads
-// a slot past the cacheable ids' that stays 0, a miss marks the busy flag
-// of node "0", which no node owns, and a read's outcome is tallied by its
-// state.  The nodes' fields lie in arrays of their own, so that the ageing
-// walks small dense arrays and a hit touches one byte besides its slot.
+// An access needs only whether its region is cached and, when marked, to
+// note it busy: one byte per id says both, so that the bytes of every
+// cacheable id stay in the processor's nearest caches.  The node of an id is
+// never looked up by id: eviction starts from the node.  Hits and misses
+// follow no pattern a processor could predict, so the per-access work takes
+// no branch on them: an id that is never cached reads a byte past the
+// cacheable ids' that is never cached either, and a miss notes its id busy
+// too, which counts for nothing until the id is admitted, when its byte is
+// set afresh.  The nodes' fields lie in arrays of their own, so that the
+// ageing walks small dense arrays.
+constexpr uint8_t CACHED = 1;
+constexpr uint8_t BUSY = 2; // read to the threshold this interval
+
 class cache_sim {
 public:
   cache_sim(const replay_trace &t, uint64_t capacity, bool admit_all)
@@ -51,7 +58,7 @@ public:
         cacheable_ids_(admit_all ? t.ids() : t.admissible_ids) {}
 
   // False when the per-id slots could not be had.
-  bool start() { return slots_.map(uint64_t{cacheable_ids_} + 1); }
+  bool start() { return held_.map(uint64_t{cacheable_ids_} + 1); }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
@@ -69,12 +76,11 @@ private:
   uint64_t capacity_;
   bool admit_all_;
   uint32_t cacheable_ids_;       // ids past these are never cached
-  zeroed_array<uint32_t> slots_; // per cacheable id: its node + 1 while cached, else 0
+  zeroed_array<uint8_t> held_;   // per cacheable id: CACHED, BUSY
   // Per node, numbered in the order the cache first filled them:
   std::vector<uint32_t> id_;      // its region's id
   std::vector<uint64_t> key_;     // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
   std::vector<uint8_t> state_;    // COLD, WARM or HOT
-  std::vector<uint8_t> busy_{0};  // per node + 1: read to the threshold this interval
   cold_runs cold_;
   uint64_t admissions_ = 0;
   std::vector<cold_ref> fresh_, spare_;  // the nodes the ageing turned cold
@@ -89,18 +95,16 @@ void cache_sim::admit(uint32_t id, bool busy) {
     id_.push_back(id);
     key_.push_back(key);
     state_.push_back(HOT);
-    busy_.push_back(busy);
   } else {
     if (!cold_.take(live(), &n))
       return; // full, nothing evictable
-    slots_[id_[n]] = 0;
+    held_[id_[n]] = 0;
     id_[n] = id;
     key_[n] = key;
     state_[n] = HOT;
-    busy_[n + 1] = busy;
   }
   admissions_++;
-  slots_[id] = n + 1;
+  held_[id] = CACHED | (busy ? BUSY : 0);
 }
 
 bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
@@ -120,17 +124,17 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     uint64_t at = i % chunk_words;
     const uint64_t stop = std::min<uint64_t>(chunk_words, at + (end - i));
     i += stop - at;
-    // The arrays in locals, which the admissions' writes to the members
-    // cannot change, stay in registers.  admit() may move busy_'s data.
-    const uint32_t *slots = slots_.begin();
-    const uint32_t last_slot = cacheable_ids_;
+    // The array in a local, which the admissions' writes to the members
+    // cannot change, stays in a register.
+    uint8_t *held = held_.begin();
+    const uint32_t last_held = cacheable_ids_;
     const uint32_t admit_all = admit_all_ ? 1 : 0;
-    // Slots that fit in the processor's caches are better read than
+    // Bytes that fit in the processor's caches are better read than
     // fetched ahead: the fetching costs more than it hides.
     const bool fetch_ahead = cacheable_ids_ > FETCHED_AHEAD_FROM;
     for (; at < stop; at++) {
       if (fetch_ahead)
-        vol_prefetch_ahead(chunk, at, stop, slots_);
+        vol_prefetch_ahead(chunk, at, stop, held_);
       const uint32_t w = chunk[at];
       if (w == TRACE_WRAPPED_READ) {
         hits += read == HIT;
@@ -143,15 +147,16 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
       misses += starts & (read == MISSING);
       const uint32_t id = w & TRACE_ID_MASK;
       const uint32_t marked = (w >> 30) & 1;
-      const uint32_t cached = slots[id < last_slot ? id : last_slot];
+      uint8_t &h = held[id < last_held ? id : last_held];
+      const uint32_t cached = h & CACHED;
+      h = static_cast<uint8_t>(h | marked << 1);
       // Without a branch: read = cached ? HIT : starts ? MISSING : read.
-      const uint32_t hit_mask = 0 - static_cast<uint32_t>(cached != 0);
+      const uint32_t hit_mask = 0 - cached;
       const uint32_t start_mask = 0 - starts;
       read = (((read & ~start_mask) | (MISSING & start_mask)) & ~hit_mask) | (HIT & hit_mask);
-      busy_[cached] |= static_cast<uint8_t>(marked);
       // One branch, rarely taken, where `&&` would make a second on
       // whether the access hit.
-      if ((static_cast<uint32_t>(cached == 0) & (admit_all | marked)) != 0)
+      if (((cached ^ 1) & (admit_all | marked)) != 0)
         admit(id, marked != 0);
     }
   }
@@ -164,22 +169,22 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
 // A region turns evictable only after two intervals below the threshold, and
 // a cold one needs two good intervals to become hot again.
 void cache_sim::age(uint32_t threshold) {
-  // First every node's new state, in a loop without branches that the
-  // compiler turns into vector code, the ones that just turned cold
-  // flagged; then the flagged ones, few, are taken out.
+  // First every node's new state, in a loop without branches, the ones
+  // that just turned cold flagged; then the flagged ones, few, are taken
+  // out.
   constexpr uint8_t TURNED_COLD = 0x80;
   const size_t nodes = state_.size();
   uint8_t *state = state_.data();
-  uint8_t *busy = busy_.data() + 1;
   // At threshold 0 even a region not read at all is busy.
-  const uint8_t all_busy = threshold == 0 ? 1 : 0;
+  const uint8_t all_busy = threshold == 0 ? BUSY : 0;
   for (size_t n = 0; n < nodes; n++) {
+    uint8_t &h = held_[id_[n]];
     const uint8_t was = state[n];
     const uint8_t up = was + (was != HOT ? 1 : 0);
     const uint8_t down = was - (was != COLD ? 1 : 0);
-    const bool is_busy = (busy[n] | all_busy) != 0;
+    const bool is_busy = ((h | all_busy) & BUSY) != 0;
     state[n] = is_busy ? up : static_cast<uint8_t>(down | (was == WARM ? TURNED_COLD : 0));
-    busy[n] = 0;
+    h = CACHED;
   }
   fresh_.clear();
   for (size_t n = 0; n < nodes; n++) {
