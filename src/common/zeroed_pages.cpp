@@ -24,23 +24,27 @@ zeroed_pages &zeroed_pages::operator=(zeroed_pages &&o) noexcept {
 bool zeroed_pages::map(uint64_t bytes) {
   release();
   // A huge page must start on a 2 MiB boundary, which mmap does not promise:
-  // a large array is mapped one huge page longer and starts at the first
-  // boundary in it.
-  const uint64_t slack = bytes >= ZEROED_HUGE_PAGE ? ZEROED_HUGE_PAGE : 0;
-  if (bytes + slack < bytes)
+  // a large array is mapped whole huge pages long, and one more, and starts
+  // at the first boundary in it, so that its last bytes lie in a huge page
+  // too instead of in small ones, each faulted in apart.
+  const uint64_t page = ZEROED_HUGE_PAGE;
+  const bool huge = bytes >= page;
+  const uint64_t whole = huge ? (bytes + page - 1) / page * page : bytes;
+  const uint64_t length = huge ? whole + page : bytes;
+  if (whole < bytes || length < whole)
     return false;
-  void *p = mmap(nullptr, bytes + slack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void *p = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (p == MAP_FAILED)
     return false;
   const uintptr_t start = reinterpret_cast<uintptr_t>(p);
-  const uintptr_t aligned = slack == 0 ? start : (start + ZEROED_HUGE_PAGE - 1) & ~(ZEROED_HUGE_PAGE - 1);
+  const uintptr_t aligned = huge ? (start + page - 1) & ~(page - 1) : start;
   data_ = reinterpret_cast<void *>(aligned);
   bytes_ = bytes;
   mapping_ = p;
-  mapped_ = bytes + slack;
+  mapped_ = length;
   // Only advice: where huge pages are off, the array lives on small ones.
-  if (slack != 0)
-    (void)madvise(data_, bytes, MADV_HUGEPAGE);
+  if (huge)
+    (void)madvise(data_, whole, MADV_HUGEPAGE);
   return true;
 }
 
