@@ -44,7 +44,11 @@ bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first,
 bool vol_take_trace_request(trace_line *line, uint64_t *first, uint64_t *last);
 
 // Reads the whole trace into ctx (cleared first), interval by interval,
-// keeping each interval's workload; sets duration and casize.
+// keeping each interval's workload; sets duration and casize.  Only the
+// streaming path fills ctx's region table; when the compact form is read
+// instead, the table's buckets are left as they were, unread and untouched:
+// clearing them would fault in 4 MB of pages for nothing.  Reset the table
+// before using it.
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx);
 // How many parts of the file the last reading pass read on threads of their
 // own and took in (trace_part.h); 0 when it read the file in one part.
