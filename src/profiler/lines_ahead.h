@@ -43,15 +43,21 @@ private:
     int n; // -1: past the end
   };
   void scan(size_t i) {
-    const char *piece = reader_->next();
     line &l = ring_[i];
-    if (piece == nullptr) {
-      l.n = -1;
-      return;
+    if (reader_->next_plain(&l.fields)) {
+      l.n = 4;
+    } else {
+      const char *piece = reader_->next();
+      if (piece == nullptr) {
+        l.n = -1;
+        return;
+      }
+      l.fields = trace_line{};
+      l.n = vol_scan_trace_fields(piece, &l.fields);
+      if (l.n != 4)
+        return;
     }
-    l.fields = trace_line{};
-    l.n = vol_scan_trace_fields(piece, &l.fields);
-    if (l.n != 4 || l.fields.length == 0)
+    if (l.fields.length == 0)
       return;
     const int64_t device = key_(l.fields.major, l.fields.minor);
     if (device < 0)

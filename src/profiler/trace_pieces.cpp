@@ -6,6 +6,8 @@
 
 #include "profiler/trace_line.h"
 
+#include <cstdint>
+
 namespace {
 constexpr size_t BLOCK = size_t{1} << 20;
 constexpr size_t PIECE = TRACE_LINE_BUF - 1;
@@ -50,7 +52,56 @@ bool trace_piece_reader::refill() {
       end_ = true;
     len_ += got;
   }
+  buf_[len_] = '\0'; // stops next_plain's scan where the bytes end
   return len_ > pos_;
+}
+
+namespace {
+
+constexpr int PLAIN_DIGITS = 18;
+
+// One field of a plain line: its digits and the byte `after` them.
+[[gnu::always_inline]] inline bool plain_field(const char **p, char after, uint64_t *value) {
+  const char *s = *p;
+  uint64_t v = 0;
+  int digits = 0;
+  for (; static_cast<unsigned char>(*s - '0') < 10; s++, digits++)
+    v = v * 10 + static_cast<uint64_t>(*s - '0');
+  if (digits == 0 || digits > PLAIN_DIGITS || *s != after)
+    return false;
+  *p = s + 1;
+  *value = v;
+  return true;
+}
+
+} // namespace
+
+bool trace_piece_reader::next_plain(trace_line *fields) {
+  buf_[cut_] = saved_; // puts back the byte the last terminator hid
+  const bool any = refill();
+  // Nothing is hidden from here on: refill moves bytes only after the
+  // restoring above, and the scan below stops at the NUL past the bytes.
+  cut_ = pos_;
+  saved_ = buf_[cut_];
+  if (!any)
+    return false;
+  const char *p = buf_.get() + pos_;
+  uint64_t major;
+  uint64_t minor;
+  uint64_t start;
+  uint64_t length;
+  if (!plain_field(&p, ' ', &major) || !plain_field(&p, ' ', &minor) || !plain_field(&p, ' ', &start) ||
+      !plain_field(&p, '\n', &length))
+    return false;
+  // The scanner's int fields keep the low 32 bits of the value.
+  fields->major = static_cast<int>(static_cast<uint32_t>(major));
+  fields->minor = static_cast<int>(static_cast<uint32_t>(minor));
+  fields->start = start;
+  fields->length = length;
+  pos_ = static_cast<size_t>(p - buf_.get());
+  cut_ = pos_;
+  saved_ = buf_[cut_];
+  return true;
 }
 
 const char *trace_piece_reader::next() {

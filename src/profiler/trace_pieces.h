@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <memory>
 
+struct trace_line;
+
 class trace_piece_reader {
 public:
   explicit trace_piece_reader(FILE *file);
@@ -22,6 +24,13 @@ public:
   // does for the scanner after fgets), valid until the next call; null at
   // end of file or on a read error.
   const char *next();
+  // The next piece's fields, when it is a plain line: four fields of one to
+  // eighteen decimal digits, a blank between them and a line end after the
+  // last, the form nearly every line of a real trace has.  Such a line is a
+  // piece of its own, and the scanner would give it exactly these values
+  // (18 digits stay below 2^63).  False, nothing taken, for any other
+  // piece: next() then takes it.
+  bool next_plain(trace_line *fields);
 
 private:
   bool refill();

@@ -7,11 +7,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fcntl.h>
 #include <random>
+#include <unistd.h>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "profiler/trace_line.h"
+#include "profiler/trace_pieces.h"
 #include "profiler/trace_scan.h"
 
 namespace {
@@ -63,6 +67,84 @@ TEST(TraceScan, LinesScanAsTheLibraryScansThem) {
     }
     expect_same_as_sscanf(text, {static_cast<int>(rng()), static_cast<int>(rng()), rng(), rng()});
   }
+}
+
+// What each piece of a file gives: the fields taken (-1 past the end) and
+// their values, from zeroed fields.
+using piece_fields = std::tuple<int, int, int, unsigned long long, unsigned long long>;
+
+// The pieces of `text`, read line by line by the C library and by the
+// reader, the plain path tried first on each piece as the reading pass
+// tries it, through a stream and through pread: all three must agree.
+void expect_pieces_as_the_library_reads_them(const std::string &text) {
+  char path[] = "/tmp/zriostat-pieces-XXXXXX";
+  const int fd = mkstemp(path);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  std::vector<piece_fields> want;
+  FILE *stream = fopen(path, "r");
+  ASSERT_NE(stream, nullptr);
+  for (char buf[TRACE_LINE_BUF]; fgets(buf, sizeof(buf), stream) != nullptr;) {
+    trace_line l{};
+    const int n = sscanf(buf, "%d %d %llu %llu", &l.major, &l.minor, &l.start, &l.length);
+    want.emplace_back(n < 0 ? 0 : n, l.major, l.minor, l.start, l.length);
+  }
+  rewind(stream);
+  trace_piece_reader pieces[] = {trace_piece_reader(stream), trace_piece_reader(fd, 0, text.size())};
+  for (trace_piece_reader &reader : pieces) {
+    std::vector<piece_fields> got;
+    for (;;) {
+      trace_line l{};
+      int n = 4;
+      if (!reader.next_plain(&l)) {
+        const char *piece = reader.next();
+        if (piece == nullptr)
+          break;
+        n = vol_scan_trace_fields(piece, &l);
+      }
+      got.emplace_back(n, l.major, l.minor, l.start, l.length);
+    }
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < got.size(); i++)
+      ASSERT_EQ(got[i], want[i]) << "piece " << i;
+  }
+  fclose(stream);
+  close(fd);
+  unlink(path);
+}
+
+TEST(TraceScan, PiecesReadAsTheLibraryReadsLines) {
+  // Mostly plain lines, with the near misses of the reader's plain path
+  // among them: 18 and 19 digits, doubled blanks, a sign, a carriage
+  // return, a trailing field, a NUL and lines past 255 characters; over a
+  // MiB, so that pieces straddle the blocks the reader reads.
+  std::mt19937_64 rng(0x91ece5);
+  auto digits = [&rng](int n) {
+    std::string d;
+    for (int i = 0; i < n; i++)
+      d += static_cast<char>('0' + rng() % 10);
+    return d;
+  };
+  std::string text;
+  while (text.size() < (size_t{17} << 16)) {
+    const char *sep[] = {" ", " ", " ", " ", " ", " ", "  ", "\t", " +", " -"};
+    const char *end[] = {"\n", "\n", "\n", "\n", "\n", "\n", "\r\n", " \n", " 9\n"};
+    for (int f = 0; f < 4; f++) {
+      const int r = static_cast<int>(rng() % 40);
+      text += digits(r == 0 ? 18 : r == 1 ? 19 : r == 2 ? 1 + static_cast<int>(rng() % 25) : 1 + static_cast<int>(rng() % 9));
+      text += f < 3 ? sep[rng() % 10] : "";
+    }
+    const uint64_t e = rng() % 10;
+    text += e == 9 ? std::string(1, '\0') + "\n" : end[e];
+    if (rng() % 500 == 0)
+      text += std::string(200 + rng() % 400, ' ') + "1 2 3 4\n";
+  }
+  // A last line without its end, at lengths a byte apart: whatever bytes
+  // of an earlier block lie past the end in the reader's buffer, they must
+  // never complete it.
+  expect_pieces_as_the_library_reads_them(text);
+  for (std::string last = "5 6 7 8"; last.size() < 20 && !HasFailure(); last += '8')
+    expect_pieces_as_the_library_reads_them(text + last);
 }
 
 } // namespace
