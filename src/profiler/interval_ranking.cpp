@@ -1,6 +1,7 @@
 // The interval's ranking by a stable radix sort: taken backwards, the met
 // order is already in the last key's order (later met first), and the sort
-// orders by the rest of the key, count then bucket.
+// orders by the rest of the key, count then bucket.  Ranked by count alone,
+// the regions are placed by a counting sort when the counts are few.
 
 #include "profiler/interval_ranking.h"
 
@@ -23,6 +24,18 @@ void interval_ranking::rank(const wrkload_ent *met, uint64_t n, wrkload_ent *out
   for (uint64_t k = 0; k < n; k++)
     max_count = met[k].acc_cnt > max_count ? met[k].acc_cnt : max_count;
 
+  if (!order_ties && max_count < n) {
+    // By count alone, stable: a counting sort straight into `out`, with no
+    // keys to sort.  Past n counts the histogram would outgrow the regions.
+    by_count_.assign(uint64_t{max_count} + 2, 0);
+    for (uint64_t k = 0; k < n; k++)
+      by_count_[max_count - met[k].acc_cnt + 1]++;
+    for (uint64_t c = 1; c < by_count_.size(); c++)
+      by_count_[c] += by_count_[c - 1];
+    for (uint64_t k = 0; k < n; k++)
+      out[by_count_[max_count - met[k].acc_cnt]++] = met[k];
+    return;
+  }
   keys_.resize(n);
   const unsigned count_bits = static_cast<unsigned>(std::bit_width(max_count));
   if (order_ties) {

@@ -27,4 +27,5 @@ public:
 private:
   std::vector<keyed> keys_;
   std::vector<keyed> spare_;
+  std::vector<uint64_t> by_count_; // per count, from the highest: where its regions go
 };
