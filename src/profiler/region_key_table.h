@@ -33,7 +33,10 @@ inline uint64_t region_key_hash(const wide_region_key &k) {
 constexpr uint64_t REGION_KEY_WIDE = uint64_t{1} << 63;
 constexpr uint64_t REGION_KEY_NONE = UINT64_MAX; // no slot could be had
 
-// One open-addressing table, grown by doubling at three quarters full.
+// One open-addressing table, grown by doubling at seven eighths full.  A
+// key's run of slots still seldom leaves its cache line or the next, and a
+// table half the size takes half the pages, each of which the kernel must
+// clear before the first use.
 template <class Key, uint64_t TAG>
 struct open_key_table {
   struct slot {
@@ -41,6 +44,8 @@ struct open_key_table {
     uint32_t id_plus_one; // 0: empty; the top bit is the owner's
     uint32_t count;
   };
+  static constexpr uint64_t FULL_NUMERATOR = 7;
+  static constexpr uint64_t FULL_DENOMINATOR = 8;
   zeroed_array<slot> slots; // a power of two long once anything was added
   uint64_t used = 0;
 
@@ -62,7 +67,7 @@ struct open_key_table {
   // REGION_KEY_NONE when the table could not grow.  The references to this
   // table in *refs are kept right when it grows.
   uint64_t find_or_add(const Key &key, uint32_t fresh, bool *added, std::vector<uint64_t> *refs) {
-    if ((used + 1) * 4 > slots.size() * 3 && !grow(refs))
+    if ((used + 1) * FULL_DENOMINATOR > slots.size() * FULL_NUMERATOR && !grow(refs))
       return REGION_KEY_NONE;
     const uint64_t i = probe(key);
     *added = slots[i].id_plus_one == 0;
@@ -78,7 +83,7 @@ struct open_key_table {
   // slots, and its probes grow long.
   bool reserve(uint64_t keys) {
     uint64_t size = uint64_t{1} << 12;
-    while (size * 3 < keys * 4)
+    while (size * FULL_NUMERATOR < keys * FULL_DENOMINATOR)
       size *= 2;
     return slots.map(size);
   }

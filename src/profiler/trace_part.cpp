@@ -189,10 +189,10 @@ private:
   bool cut_seen_ = false;
 };
 
-bool read_part(int fd, uint64_t trace_bytes, trace_part *part, std::stop_token stop) {
+bool read_part(int fd, trace_part *part, std::stop_token stop) {
   part->replay = std::make_unique<replay_recorder>();
   replay_recorder &replay = *part->replay;
-  replay.expect_trace_bytes(trace_bytes);
+  replay.expect_trace_bytes(part->end - part->begin);
   replay.thresholds_unknown();
   replay.marks_as_counted();
   // Only the workload record at its end is used: the rest stays untouched.
@@ -229,9 +229,9 @@ std::vector<uint64_t> vol_trace_part_starts(int fd, uint64_t begin, uint64_t end
   return starts;
 }
 
-void vol_read_trace_part(int fd, uint64_t trace_bytes, trace_part *part, std::stop_token stop) {
+void vol_read_trace_part(int fd, trace_part *part, std::stop_token stop) {
   try {
-    part->ok = read_part(fd, trace_bytes, part, stop);
+    part->ok = read_part(fd, part, stop);
   } catch (const std::bad_alloc &) {
     part->ok = false; // never let it leave the thread
   }

@@ -59,9 +59,8 @@ struct trace_part {
 std::vector<uint64_t> vol_trace_part_starts(int fd, uint64_t begin, uint64_t end, unsigned parts,
                                             uint64_t least);
 
-// Reads part->begin to part->end of the file on `fd` into *part.  The key
-// table is sized for `trace_bytes`, the whole trace's length.
-void vol_read_trace_part(int fd, uint64_t trace_bytes, trace_part *part, std::stop_token stop);
+// Reads part->begin to part->end of the file on `fd` into *part.
+void vol_read_trace_part(int fd, trace_part *part, std::stop_token stop);
 
 // The least bytes worth a part of its own (a thread, and the work of taking
 // its keys in); tests lower it.
