@@ -141,8 +141,12 @@ std::vector<uint32_t> replay_recorder::absorb_keys(replay_recorder *part, const 
   // here lie anywhere in a table far larger than the processor's caches:
   // each is fetched some keys ahead.
   std::vector<uint32_t> id_here(part->ids_);
-  if (last)
+  if (last) {
     first_extra_id_ = ids_;
+    // Room for every key up front, so that the keys are never copied to a
+    // larger block; only the pages written are ever touched.
+    extra_keys_.reserve(part->keys_->keys());
+  }
   constexpr size_t AHEAD = 16;
   struct key {
     uint32_t device;
