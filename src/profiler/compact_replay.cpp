@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "common/radix_sort.h"
-#include "common/zeroed_pages.h"
 #include "profiler/cold_runs.h"
 #include "stats/stathash.h"
 
@@ -57,8 +56,9 @@ public:
       : t_(t), capacity_(capacity), admit_all_(admit_all),
         cacheable_ids_(admit_all ? t.ids() : t.admissible_ids) {}
 
-  // False when the per-id slots could not be had.
-  bool start() { return held_.map(uint64_t{cacheable_ids_} + 1); }
+  // The bytes come from the heap, which has them at hand: mapped apart,
+  // each of their small pages would fault in on its own.
+  void start() { held_.assign(uint64_t{cacheable_ids_} + 1, 0); }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
@@ -76,7 +76,7 @@ private:
   uint64_t capacity_;
   bool admit_all_;
   uint32_t cacheable_ids_;       // ids past these are never cached
-  zeroed_array<uint8_t> held_;   // per cacheable id: CACHED, BUSY
+  std::vector<uint8_t> held_;    // per cacheable id: CACHED, BUSY
   // Per node, numbered in the order the cache first filled them:
   std::vector<uint32_t> id_;      // its region's id
   std::vector<uint64_t> key_;     // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
@@ -126,7 +126,7 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
     i += stop - at;
     // The array in a local, which the admissions' writes to the members
     // cannot change, stays in a register.
-    uint8_t *held = held_.begin();
+    uint8_t *held = held_.data();
     const uint32_t last_held = cacheable_ids_;
     const uint32_t admit_all = admit_all_ ? 1 : 0;
     // Bytes that fit in the processor's caches are better read than
@@ -203,8 +203,7 @@ bool vol_replay_compact(const replay_trace &trace, uint64_t capacity, bool admit
                         replay_figures *figures, std::stop_token stop) {
   *figures = replay_figures{};
   cache_sim sim(trace, capacity, admit_all);
-  if (!sim.start())
-    return false;
+  sim.start();
   uint64_t begin = 0;
   for (uint32_t k = 0; k < trace.interval_end.size(); k++) {
     if (stop.stop_requested())

@@ -17,8 +17,8 @@ struct replay_figures {
 
 // Replays `trace` through a cache of `capacity` regions (0 for a cache that
 // admits nothing); admit_all is w_flag.  Returns false, with the figures
-// incomplete, when `stop` was requested before the end, the words' file
-// could not be read or the per-id slots could not be mapped.  The rest of
-// the replay's memory comes from the C++ allocator; running out of it throws.
+// incomplete, when `stop` was requested before the end or the words' file
+// could not be read.  The replay's memory comes from the C++ allocator;
+// running out of it throws.
 bool vol_replay_compact(const replay_trace &trace, uint64_t capacity, bool admit_all,
                         replay_figures *figures, std::stop_token stop = {});
