@@ -293,11 +293,7 @@ void vol_forget_trace_input(void) {
   num_of_reads = 0;
 }
 
-namespace {
-
-// Clears ctx but for its region table's buckets, which the compact form's
-// reading never reads: the table is left empty in every other respect.
-void clear_all_but_buckets(iostat_ctx *ctx) {
+void vol_clear_all_but_buckets(iostat_ctx *ctx) {
   ctx->info = iostat_info{};
   ctx->guidmap = nullptr;
   ctx->store.count = 0;
@@ -305,15 +301,13 @@ void clear_all_but_buckets(iostat_ctx *ctx) {
   memset(&ctx->wrkload, 0, sizeof(ctx->wrkload));
 }
 
-} // namespace
-
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   struct stat file {};
   if (fstat(fileno(trace), &file) != 0)
     file = {};
   vol_profile_heap(S_ISREG(file.st_mode) ? static_cast<uint64_t>(file.st_size) : 0);
   if (!vol_literal_replay()) {
-    clear_all_but_buckets(ctx);
+    vol_clear_all_but_buckets(ctx);
     if (count_and_record(trace, file, ctx))
       return;
     // Without memory for the compact form the run goes on as the streaming

@@ -50,6 +50,9 @@ bool vol_take_trace_request(trace_line *line, uint64_t *first, uint64_t *last);
 // clearing them would fault in 4 MB of pages for nothing.  Reset the table
 // before using it.
 void vol_process_trace_input(FILE *trace, iostat_ctx *ctx);
+// Clears ctx but for its region table's buckets, which the compact form's
+// reading never reads: the table is left empty in every other respect.
+void vol_clear_all_but_buckets(iostat_ctx *ctx);
 // How many parts of the file the last reading pass read on threads of their
 // own and took in (trace_part.h); 0 when it read the file in one part.
 unsigned vol_parts_taken(void);

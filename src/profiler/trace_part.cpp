@@ -25,7 +25,10 @@ constexpr size_t CUT_LEN = sizeof(CUT) - 1;
 // ends by `end`; 0 when there is none (no part starts at 0).  A cut that
 // starts before `from` is missed, even where `from` is inside it.
 uint64_t cut_after(int fd, uint64_t from, uint64_t end) {
-  constexpr size_t WINDOW = size_t{1} << 20;
+  // A separator ends every interval, so one is seldom far: a small window
+  // costs a few more reads where one is, and saves faulting in the pages
+  // of a large one.
+  constexpr size_t WINDOW = size_t{64} << 10;
   std::unique_ptr<char[]> buf(new (std::nothrow) char[WINDOW]);
   if (buf == nullptr)
     return 0;
@@ -195,10 +198,12 @@ bool read_part(int fd, trace_part *part, std::stop_token stop) {
   replay.expect_trace_bytes(part->end - part->begin);
   replay.thresholds_unknown();
   replay.marks_as_counted();
-  // Only the workload record at its end is used: the rest stays untouched.
-  std::unique_ptr<iostat_ctx, free_deleter> ctx(static_cast<iostat_ctx *>(calloc(1, sizeof(iostat_ctx))));
+  // Only the workload record at its end is used: the region table's
+  // buckets, nearly all of it, are never touched.
+  std::unique_ptr<iostat_ctx, free_deleter> ctx(static_cast<iostat_ctx *>(malloc(sizeof(iostat_ctx))));
   if (ctx == nullptr)
     return false;
+  vol_clear_all_but_buckets(ctx.get());
   part_reader reader(part, ctx.get());
   const bool ok = reader.read(fd, stop);
   vol_clear_workload(&ctx->wrkload);
