@@ -168,8 +168,20 @@ std::vector<uint32_t> replay_recorder::absorb_keys(replay_recorder *part, const 
   return id_here;
 }
 
+void replay_recorder::drop_ranking_scratch() {
+  met_ = {};
+  ranking_ = interval_ranking{};
+  keys_->counted = {};
+}
+
 bool replay_recorder::absorb(replay_recorder *part, const std::vector<uint32_t> &volid16,
                              size_t thresholds_index, bool last) {
+  // The part ranked its last interval; after the last part nothing is
+  // ranked here either.  Their scratch space goes before the keys' ids take
+  // theirs.
+  part->drop_ranking_scratch();
+  if (last)
+    drop_ranking_scratch();
   const std::vector<uint32_t> id_here = absorb_keys(part, volid16, last);
   if (!counting_ok_)
     return false;

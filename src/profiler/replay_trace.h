@@ -164,6 +164,8 @@ public:
   std::unique_ptr<pending> finish(bool end_last = true);
 
 private:
+  // Frees what ranking an interval keeps from one to the next.
+  void drop_ranking_scratch();
   void push(uint32_t w);
   void mark(uint32_t id);
   // absorb()'s first half: the part's ids here, by its ids.  After an
