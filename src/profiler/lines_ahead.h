@@ -24,13 +24,16 @@ public:
       scan(i);
   }
   // The next piece's fields (those it did not supply zero) and how many it
-  // supplied; false at the end.
-  bool next(trace_line *fields, int *n) {
+  // supplied; false at the end.  *device: the key of the piece's device
+  // when it supplied every field and the device was known when the piece
+  // was scanned, else negative.
+  bool next(trace_line *fields, int *n, int64_t *device) {
     line &l = ring_[head_];
     if (l.n < 0)
       return false;
     *fields = l.fields;
     *n = l.n;
+    *device = l.device;
     scan(head_);
     head_ = (head_ + 1) % AHEAD;
     return true;
@@ -40,10 +43,12 @@ private:
   static constexpr size_t AHEAD = 16;
   struct line {
     trace_line fields;
-    int n; // -1: past the end
+    int n;          // -1: past the end
+    int64_t device; // negative: unknown
   };
   void scan(size_t i) {
     line &l = ring_[i];
+    l.device = -1;
     if (reader_->next_plain(&l.fields)) {
       l.n = 4;
     } else {
@@ -59,13 +64,13 @@ private:
     }
     if (l.fields.length == 0)
       return;
-    const int64_t device = key_(l.fields.major, l.fields.minor);
-    if (device < 0)
+    l.device = key_(l.fields.major, l.fields.minor);
+    if (l.device < 0)
       return;
     uint64_t first;
     uint64_t last;
     if (vol_trace_request_regions(l.fields.start, l.fields.length, &first, &last))
-      replay_->prefetch_read(static_cast<uint32_t>(device), first, last);
+      replay_->prefetch_read(static_cast<uint32_t>(l.device), first, last);
   }
   trace_piece_reader *reader_;
   const replay_recorder *replay_;

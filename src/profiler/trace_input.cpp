@@ -63,12 +63,20 @@ bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *i
 }
 
 // Counts one request in the recorder's per-interval counts; when the replay
-// sees the same request (`same`), records its region ids too.
-void count_request(trace_line *line, replay_recorder *rec, bool same) {
+// sees the same request (`same`), records its region ids too.  `known`:
+// the device's volid16, found when the line was scanned, or negative.
+void count_request(trace_line *line, replay_recorder *rec, bool same, int64_t known) {
   uint64_t first;
   uint64_t last;
   uint32_t id;
-  const bool forward = take_request(line, &first, &last, &id);
+  bool forward;
+  if (known >= 0) {
+    forward = vol_take_trace_request(line, &first, &last);
+    id = static_cast<uint32_t>(known);
+    num_of_reads++;
+  } else {
+    forward = take_request(line, &first, &last, &id);
+  }
   if (same) {
     if (forward)
       rec->begin_read();
@@ -349,11 +357,14 @@ uint32_t threshold_after(uint64_t elapsed) {
 bool read_lines(trace_piece_reader *reader, reading_state *st, replay_recorder *replay, iostat_ctx *ctx) {
   lines_ahead ahead(reader, replay, [](int32_t major, int32_t minor) -> int64_t {
     const volid_ent *e = vol_find_device(major, minor);
-    return e == nullptr ? -1 : static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
+    if (e == nullptr)
+      return -1;
+    return static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
   });
   trace_line scanned;
   int n;
-  while (ahead.next(&scanned, &n)) {
+  int64_t device;
+  while (ahead.next(&scanned, &n, &device)) {
     vol_take_trace_fields(&st->counted, scanned, n);
     vol_take_trace_fields(&st->replayed, scanned, n);
     const bool same = vol_same_trace_fields(st->counted, st->replayed);
@@ -371,7 +382,9 @@ bool read_lines(trace_piece_reader *reader, reading_state *st, replay_recorder *
     case trace_line_kind::skip:
       break;
     case trace_line_kind::request:
-      count_request(&st->counted, replay, same);
+      // The device found at the scan is the counted line's own when the
+      // line supplied every field.
+      count_request(&st->counted, replay, same, device);
       if (!replay->counting_ok())
         return false;
       if (same)

@@ -107,7 +107,8 @@ public:
     trace_line replayed{};
     trace_line scanned;
     int n;
-    for (uint64_t lines = 1; ahead.next(&scanned, &n); lines++) {
+    int64_t device;
+    for (uint64_t lines = 1; ahead.next(&scanned, &n, &device); lines++) {
       if (lines % 4096 == 0 && stop.stop_requested())
         return false;
       vol_take_trace_fields(&counted, scanned, n);
@@ -124,7 +125,7 @@ public:
       case trace_line_kind::skip:
         break;
       case trace_line_kind::request:
-        if (!count_request(&counted))
+        if (!count_request(&counted, device))
           return false;
         break;
       }
@@ -140,11 +141,14 @@ public:
   }
 
 private:
-  bool count_request(trace_line *line) {
+  // `known`: the device's number here, found when the line was scanned,
+  // or negative.
+  bool count_request(trace_line *line, int64_t known) {
     uint64_t first;
     uint64_t last;
     const bool forward = vol_take_trace_request(line, &first, &last);
-    const uint32_t device = devices_.find_or_add(line->major, line->minor);
+    const uint32_t device =
+        known >= 0 ? static_cast<uint32_t>(known) : devices_.find_or_add(line->major, line->minor);
     if (part_->devices.size() > MOST_DEVICES)
       return false;
     part_->reads++;
