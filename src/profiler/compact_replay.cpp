@@ -13,6 +13,7 @@
 #include "profiler/compact_replay.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -39,16 +40,23 @@ constexpr uint8_t HOT = 2;
 //
 // An access needs only whether its region is cached and, when marked, to
 // note it busy: one byte per id says both, so that the bytes of every
-// cacheable id stay in the processor's nearest caches.  The node of an id is
-// never looked up by id: eviction starts from the node.  Hits and misses
-// follow no pattern a processor could predict, so the per-access work takes
-// no branch on them: an id that is never cached reads a byte past the
-// cacheable ids' that is never cached either, and a miss notes its id busy
-// too, which counts for nothing until the id is admitted, when its byte is
-// set afresh.  The nodes' fields lie in arrays of their own, so that the
-// ageing walks small dense arrays.
+// cacheable id stay in the processor's nearest caches.  The byte also holds
+// the cached region's state, so that the ageing is one pass over the bytes
+// in id order, which the compiler turns into vector code: each region ages
+// on its own, and the regions that turn cold are sorted by key anyway.
+// Hits and misses follow no pattern a processor could predict, so the
+// per-access work takes no branch on them: an id that is never cached reads
+// a byte past the cacheable ids' that is never cached either, and a miss
+// notes its id busy too, which counts for nothing: the ageing clears the
+// byte of every id not cached, and an admission sets it afresh.
 constexpr uint8_t CACHED = 1;
 constexpr uint8_t BUSY = 2; // read to the threshold this interval
+constexpr unsigned STATE_SHIFT = 2; // COLD, WARM or HOT
+constexpr uint8_t STATE = 3 << STATE_SHIFT;
+constexpr uint8_t TURNED_COLD = 0x80; // by the ageing under way
+// The ageing passes over the bytes of all cacheable ids, unless there are
+// this many times more of them than nodes: then it visits the nodes' bytes.
+constexpr size_t AGED_BY_NODE = 16;
 
 class cache_sim {
 public:
@@ -58,7 +66,10 @@ public:
 
   // The bytes come from the heap, which has them at hand: mapped apart,
   // each of their small pages would fault in on its own.
-  void start() { held_.assign(uint64_t{cacheable_ids_} + 1, 0); }
+  void start() {
+    held_.assign(uint64_t{cacheable_ids_} + 1, 0);
+    node_of_.resize(cacheable_ids_);
+  }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
 
@@ -69,18 +80,20 @@ private:
   void age(uint32_t threshold);
   // Whether a cold list entry still stands for its node.
   auto live() const {
-    return [this](const cold_ref &c) { return state_[c.node] == COLD && key_[c.node] == c.key; };
+    return [this](const cold_ref &c) {
+      return (held_[id_[c.node]] & STATE) == COLD << STATE_SHIFT && key_[c.node] == c.key;
+    };
   }
 
   const replay_trace &t_;
   uint64_t capacity_;
   bool admit_all_;
   uint32_t cacheable_ids_;       // ids past these are never cached
-  std::vector<uint8_t> held_;    // per cacheable id: CACHED, BUSY
+  std::vector<uint8_t> held_;    // per cacheable id: CACHED, BUSY, its state
+  std::vector<uint32_t> node_of_; // per cacheable id: its node while cached
   // Per node, numbered in the order the cache first filled them:
   std::vector<uint32_t> id_;      // its region's id
   std::vector<uint64_t> key_;     // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
-  std::vector<uint8_t> state_;    // COLD, WARM or HOT
   cold_runs cold_;
   uint64_t admissions_ = 0;
   std::vector<cold_ref> fresh_, spare_;  // the nodes the ageing turned cold
@@ -94,17 +107,16 @@ void cache_sim::admit(uint32_t id, bool busy) {
     n = static_cast<uint32_t>(id_.size());
     id_.push_back(id);
     key_.push_back(key);
-    state_.push_back(HOT);
   } else {
     if (!cold_.take(live(), &n))
       return; // full, nothing evictable
     held_[id_[n]] = 0;
     id_[n] = id;
     key_[n] = key;
-    state_[n] = HOT;
   }
   admissions_++;
-  held_[id] = CACHED | (busy ? BUSY : 0);
+  held_[id] = CACHED | (busy ? BUSY : 0) | HOT << STATE_SHIFT;
+  node_of_[id] = n;
 }
 
 bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f) {
@@ -167,34 +179,62 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
 }
 
 // A region turns evictable only after two intervals below the threshold, and
-// a cold one needs two good intervals to become hot again.
+// a cold one needs two good intervals to become hot again.  The new byte of
+// a cached region, TURNED_COLD set when it just turned cold; 0 for a byte
+// not cached.
+[[gnu::always_inline]] inline uint8_t aged(uint8_t h, uint8_t all_busy) {
+  const uint8_t was = (h & STATE) >> STATE_SHIFT;
+  const uint8_t up = was + (was != HOT ? 1 : 0);
+  const uint8_t down = was - (was != COLD ? 1 : 0);
+  const bool is_busy = ((h | all_busy) & BUSY) != 0;
+  const uint8_t turned = !is_busy && was == WARM ? TURNED_COLD : 0;
+  const uint8_t now = static_cast<uint8_t>(CACHED | (is_busy ? up : down) << STATE_SHIFT | turned);
+  return (h & CACHED) != 0 ? now : 0;
+}
+
 void cache_sim::age(uint32_t threshold) {
-  // First every node's new state, in a loop without branches, the ones
-  // that just turned cold flagged; then the flagged ones, few, are taken
-  // out.
-  constexpr uint8_t TURNED_COLD = 0x80;
-  const size_t nodes = state_.size();
-  uint8_t *state = state_.data();
   // At threshold 0 even a region not read at all is busy.
   const uint8_t all_busy = threshold == 0 ? BUSY : 0;
-  for (size_t n = 0; n < nodes; n++) {
-    uint8_t &h = held_[id_[n]];
-    const uint8_t was = state[n];
-    const uint8_t up = was + (was != HOT ? 1 : 0);
-    const uint8_t down = was - (was != COLD ? 1 : 0);
-    const bool is_busy = ((h | all_busy) & BUSY) != 0;
-    state[n] = is_busy ? up : static_cast<uint8_t>(down | (was == WARM ? TURNED_COLD : 0));
-    h = CACHED;
-  }
+  uint8_t *held = held_.data();
+  const size_t ids = held_.size();
   fresh_.clear();
-  for (size_t n = 0; n < nodes; n++) {
-    if ((state[n] & TURNED_COLD) != 0) {
-      state[n] = COLD;
-      fresh_.push_back(cold_ref{key_[n], static_cast<uint32_t>(n)});
+  if (id_.size() * AGED_BY_NODE < ids) {
+    // Few nodes among many ids (every access admits): by node.
+    for (uint32_t n = 0; n < id_.size(); n++) {
+      uint8_t &h = held[id_[n]];
+      h = aged(h, all_busy);
+      if ((h & TURNED_COLD) != 0) {
+        h &= static_cast<uint8_t>(~TURNED_COLD);
+        fresh_.push_back(cold_ref{key_[n], n});
+      }
+    }
+  } else {
+    // First every byte, in a loop without branches, the regions that just
+    // turned cold flagged; then the flagged ones, few, are taken out,
+    // eight bytes at a time.
+    uint8_t turned_any = 0;
+    for (size_t i = 0; i < ids; i++) {
+      held[i] = aged(held[i], all_busy);
+      turned_any |= held[i];
+    }
+    for (size_t i = 0; (turned_any & TURNED_COLD) != 0 && i < ids; i += 8) {
+      uint64_t eight = 0;
+      std::memcpy(&eight, held + i, std::min<size_t>(8, ids - i));
+      if ((eight & 0x8080808080808080ull) == 0)
+        continue;
+      for (size_t j = i; j < i + 8 && j < ids; j++) {
+        if ((held[j] & TURNED_COLD) != 0) {
+          held[j] &= static_cast<uint8_t>(~TURNED_COLD);
+          const uint32_t n = node_of_[j];
+          fresh_.push_back(cold_ref{key_[n], n});
+        }
+      }
     }
   }
+  // Sorted by key, the nodes come out in the same order whichever way they
+  // were found.
   vol_radix_sort(&fresh_, &spare_, 64);
-  cold_.add_run(&fresh_, state_.size(), live());
+  cold_.add_run(&fresh_, id_.size(), live());
 }
 
 } // namespace
