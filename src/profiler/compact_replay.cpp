@@ -7,8 +7,8 @@
 // walk's order is (bucket ascending, admission descending), and the stack
 // hands cold entries out in (bucket descending, admission ascending) order.
 // Here the cold list hands entries out in that order directly (cold_runs.h);
-// the cache is a set of per-node arrays in admission-slot order, found
-// through a per-id slot.
+// the cache is a byte per id (cached, busy, its state) and, per node in
+// admission-slot order, the region's id and its eviction key.
 
 #include "profiler/compact_replay.h"
 
@@ -161,7 +161,7 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
       const uint32_t marked = (w >> 30) & 1;
       uint8_t &h = held[id < last_held ? id : last_held];
       const uint32_t cached = h & CACHED;
-      h = static_cast<uint8_t>(h | marked << 1);
+      h = static_cast<uint8_t>(h | marked * BUSY);
       // Without a branch: read = cached ? HIT : starts ? MISSING : read.
       const uint32_t hit_mask = 0 - cached;
       const uint32_t start_mask = 0 - starts;

@@ -478,8 +478,8 @@ bool count_and_record(FILE *trace, const struct stat &file, iostat_ctx *ctx) try
   std::vector<trace_part> parts = plan_parts(trace, file);
   // The keys of the last part read apart never enter this table: it holds
   // those of the parts before.
-  if (!parts.empty())
-    replay.expect_trace_bytes(parts.size() == 2 ? parts[0].end - parts[0].begin : static_cast<uint64_t>(file.st_size));
+  if (parts.size() == 2)
+    replay.expect_trace_bytes(parts[0].end - parts[0].begin);
   else if (S_ISREG(file.st_mode))
     replay.expect_trace_bytes(static_cast<uint64_t>(file.st_size));
   parts_taken = 0;

@@ -130,8 +130,11 @@ TEST(TraceScan, PiecesReadAsTheLibraryReadsLines) {
     const char *sep[] = {" ", " ", " ", " ", " ", " ", "  ", "\t", " +", " -"};
     const char *end[] = {"\n", "\n", "\n", "\n", "\n", "\n", "\r\n", " \n", " 9\n"};
     for (int f = 0; f < 4; f++) {
+      // Mostly up to 9 digits; now and then 18, 19 or up to 25.
       const int r = static_cast<int>(rng() % 40);
-      text += digits(r == 0 ? 18 : r == 1 ? 19 : r == 2 ? 1 + static_cast<int>(rng() % 25) : 1 + static_cast<int>(rng() % 9));
+      const int wide = 1 + static_cast<int>(rng() % 25);
+      const int usual = 1 + static_cast<int>(rng() % 9);
+      text += digits(r == 0 ? 18 : r == 1 ? 19 : r == 2 ? wide : usual);
       text += f < 3 ? sep[rng() % 10] : "";
     }
     const uint64_t e = rng() % 10;
