@@ -68,7 +68,7 @@ public:
   // each of their small pages would fault in on its own.
   void start() {
     held_.assign(uint64_t{cacheable_ids_} + 1, 0);
-    node_of_.resize(cacheable_ids_);
+    node_of_.reset(new uint32_t[cacheable_ids_]); // read only where written
   }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
@@ -90,7 +90,7 @@ private:
   bool admit_all_;
   uint32_t cacheable_ids_;       // ids past these are never cached
   std::vector<uint8_t> held_;    // per cacheable id: CACHED, BUSY, its state
-  std::vector<uint32_t> node_of_; // per cacheable id: its node while cached
+  std::unique_ptr<uint32_t[]> node_of_; // per cacheable id: its node while cached
   // Per node, numbered in the order the cache first filled them:
   std::vector<uint32_t> id_;      // its region's id
   std::vector<uint64_t> key_;     // eviction order: (STATHASH_BUCKETS - 1 - bucket) << 44 | admission
