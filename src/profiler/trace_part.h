@@ -18,7 +18,7 @@
 // when memory runs out or when asked to stop: the caller then reads the
 // part's bytes itself, as the single pass would have.
 //
-// DESIGN.  Each trace_part is its reading thread's alone until that thread
+// Threads.  Each trace_part is its reading thread's alone until that thread
 // is joined, then the caller's.  The threads share the file descriptor and
 // nothing else; each reads its own bytes with pread.
 
