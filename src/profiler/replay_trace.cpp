@@ -142,7 +142,6 @@ std::vector<uint32_t> replay_recorder::absorb_keys(replay_recorder *part, const 
   // each is fetched some keys ahead.
   std::vector<uint32_t> id_here(part->ids_);
   if (last) {
-    first_extra_id_ = ids_;
     // Room for every key up front, so that the keys are never copied to a
     // larger block; only the pages written are ever touched.
     extra_keys_.reserve(part->keys_->keys());
@@ -312,7 +311,6 @@ std::unique_ptr<replay_recorder::pending> replay_recorder::finish(bool end_last)
   p->trace = std::move(trace_);
   p->keys = std::move(keys_);
   p->extra_keys = std::move(extra_keys_);
-  p->first_extra_id = first_extra_id_;
   p->new_devices = std::move(new_devices_);
   p->marks_known = marks_known_;
   p->count_wraps = count_wraps_;
@@ -346,12 +344,14 @@ void take_thresholds(replay_trace *t) {
 namespace {
 
 // Calls f(device, region, id) for every key recorded, in the table or
-// beside it.
+// beside it.  Every key in the table took an id when it was added, so those
+// beside it, added in id order after the table stopped growing, follow.
 template <class F>
 void for_each_recorded_key(const replay_recorder::pending &p, F f) {
   p.keys->for_each_key(f);
+  const auto first_extra_id = static_cast<uint32_t>(p.keys->keys());
   for (size_t i = 0; i < p.extra_keys.size(); i++)
-    f(p.extra_keys[i].device, p.extra_keys[i].region, p.first_extra_id + static_cast<uint32_t>(i));
+    f(p.extra_keys[i].device, p.extra_keys[i].region, first_extra_id + static_cast<uint32_t>(i));
 }
 
 // Gives each id the bucket of its key.

@@ -189,7 +189,6 @@ private:
   bool counts_kept_ = false;      // between thresholds_unknown() and thresholds_known()
   std::vector<uint32_t> kept_counts_; // per word counted meanwhile: its count
   std::vector<wide_region_key> extra_keys_; // keys of ids past the table's, in id order
-  uint32_t first_extra_id_ = 0;
   uint32_t last_count_ = 0;       // the count count_access last reached
   bool ok_ = true;
   bool counting_ok_ = true;
@@ -199,8 +198,7 @@ private:
 struct replay_recorder::pending {
   std::unique_ptr<replay_trace> trace;
   std::unique_ptr<region_key_table> keys;
-  std::vector<wide_region_key> extra_keys; // ids first_extra_id on, not in keys
-  uint32_t first_extra_id = 0;
+  std::vector<wide_region_key> extra_keys; // ids keys->keys() on, not in keys
   std::vector<std::pair<int32_t, int32_t>> new_devices;
   // The marks made while counting, when the views agreed throughout.
   bool marks_known = false;
