@@ -75,8 +75,9 @@ uint32_t replay_recorder::id_of(uint32_t volid16, uint64_t region) {
   return ref == REGION_KEY_NONE ? 0 : (keys_->id_plus_one(ref) & ~region_key_table::COUNTED) - 1;
 }
 
-uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
+uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region, uint32_t *reached) {
   const uint64_t ref = slot_of(volid16, region);
+  *reached = 0;
   if (ref == REGION_KEY_NONE)
     return 0;
   uint32_t &id = keys_->id_plus_one(ref);
@@ -87,7 +88,7 @@ uint32_t replay_recorder::count_access(uint32_t volid16, uint64_t region) {
     keys_->counted.push_back(ref);
   }
   count++;
-  last_count_ = count;
+  *reached = count;
   // The replay's count of a region wraps past CACHE_COUNT_MASK.
   count_wraps_ |= count > CACHE_COUNT_MASK;
   const uint32_t dense = (id & ~region_key_table::COUNTED) - 1;
@@ -106,11 +107,12 @@ void replay_recorder::mark(uint32_t id) {
 void replay_recorder::count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record) {
   // last <= 2^57 - 1, so r never wraps.
   for (uint64_t r = first; r <= last; r++) {
-    const uint32_t word = count_access(volid16, r);
+    uint32_t count;
+    const uint32_t word = count_access(volid16, r, &count);
     if (!record)
       continue;
     if (counts_kept_)
-      kept_counts_.push_back(last_count_);
+      kept_counts_.push_back(count);
     add_region(word);
   }
 }

@@ -96,8 +96,8 @@ public:
   // The trace input's counting, on the same keys: counts one access of
   // (volid16, region) in the input's current interval and returns its
   // word: the id, with TRACE_ADMIT when the count has reached the interval's
-  // threshold (see marks_as_counted).
-  uint32_t count_access(uint32_t volid16, uint64_t region);
+  // threshold (see marks_as_counted); *count: the count reached.
+  uint32_t count_access(uint32_t volid16, uint64_t region, uint32_t *count);
   // Counts the regions [first, last] of one read, as count_access does, and
   // adds their words when `record` (the replay sees the same read).
   void count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record);
@@ -189,7 +189,6 @@ private:
   bool counts_kept_ = false;      // between thresholds_unknown() and thresholds_known()
   std::vector<uint32_t> kept_counts_; // per word counted meanwhile: its count
   std::vector<wide_region_key> extra_keys_; // keys of ids past the table's, in id order
-  uint32_t last_count_ = 0;       // the count count_access last reached
   bool ok_ = true;
   bool counting_ok_ = true;
 };
