@@ -54,29 +54,27 @@ void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_
 }
 
 // Takes one request of the trace input's view (vol_take_trace_request), its
-// device and its count in num_of_reads.
-bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id) {
+// device and its count in num_of_reads.  `known`: the device's volid16,
+// found when the line was scanned, or negative: then it is looked up (and
+// made when new).
+bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id, int64_t known = -1) {
   const bool forward = vol_take_trace_request(line, first, last);
-  *id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
+  if (known >= 0)
+    *id = static_cast<uint32_t>(known);
+  else
+    *id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
   num_of_reads++;
   return forward;
 }
 
 // Counts one request in the recorder's per-interval counts; when the replay
-// sees the same request (`same`), records its region ids too.  `known`:
-// the device's volid16, found when the line was scanned, or negative.
+// sees the same request (`same`), records its region ids too.  `known` as
+// for take_request.
 void count_request(trace_line *line, replay_recorder *rec, bool same, int64_t known) {
   uint64_t first;
   uint64_t last;
   uint32_t id;
-  bool forward;
-  if (known >= 0) {
-    forward = vol_take_trace_request(line, &first, &last);
-    id = static_cast<uint32_t>(known);
-    num_of_reads++;
-  } else {
-    forward = take_request(line, &first, &last, &id);
-  }
+  const bool forward = take_request(line, &first, &last, &id, known);
   if (same) {
     if (forward)
       rec->begin_read();
