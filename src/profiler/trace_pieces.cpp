@@ -79,8 +79,9 @@ constexpr int PLAIN_DIGITS = 18;
 bool trace_piece_reader::next_plain(trace_line *fields) {
   buf_[cut_] = saved_; // puts back the byte the last terminator hid
   const bool any = refill();
-  // Nothing is hidden from here on: refill moves bytes only after the
-  // restoring above, and the scan below stops at the NUL past the bytes.
+  // Nothing is hidden from here on (the marker points at a byte as it is,
+  // and refill moves bytes only after the restoring above), and the scan
+  // below stops at the NUL past the bytes.
   cut_ = pos_;
   saved_ = buf_[cut_];
   if (!any)
@@ -99,8 +100,6 @@ bool trace_piece_reader::next_plain(trace_line *fields) {
   fields->start = start;
   fields->length = length;
   pos_ = static_cast<size_t>(p - buf_.get());
-  cut_ = pos_;
-  saved_ = buf_[cut_];
   return true;
 }
 
