@@ -160,8 +160,8 @@ public:
   void for_each_key(F f) const {
     visit_keys(f, [](uint64_t) {});
   }
-  // The same, emptying the table as it goes, so that its memory shrinks
-  // while the caller's grows.
+  // The same, giving the table's pages back as it goes, so that its memory
+  // shrinks while the caller's grows; the table is of no use afterwards.
   template <class F>
   void take_each_key(F f) {
     constexpr uint64_t STEP = ZEROED_HUGE_PAGE / sizeof(packed_.slots[0]);
@@ -169,7 +169,6 @@ public:
       if (passed % STEP == 0)
         packed_.slots.drop_before(passed);
     });
-    *this = region_key_table{};
   }
   uint64_t keys() const { return packed_.used + wide_.used; }
 
