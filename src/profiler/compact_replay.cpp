@@ -78,6 +78,11 @@ private:
   // of which few admit.
   [[gnu::noinline]] void admit(uint32_t id, bool busy);
   void age(uint32_t threshold);
+  // Node n, whose byte is *h, just turned cold: onto this interval's list.
+  void take_turned(uint8_t *h, uint32_t n) {
+    *h &= static_cast<uint8_t>(~TURNED_COLD);
+    fresh_.push_back(cold_ref{key_[n], n});
+  }
   // Whether a cold list entry still stands for its node.
   auto live() const {
     return [this](const cold_ref &c) {
@@ -203,10 +208,8 @@ void cache_sim::age(uint32_t threshold) {
     for (uint32_t n = 0; n < id_.size(); n++) {
       uint8_t &h = held[id_[n]];
       h = aged(h, all_busy);
-      if ((h & TURNED_COLD) != 0) {
-        h &= static_cast<uint8_t>(~TURNED_COLD);
-        fresh_.push_back(cold_ref{key_[n], n});
-      }
+      if ((h & TURNED_COLD) != 0)
+        take_turned(&h, n);
     }
   } else {
     // First every byte, in a loop without branches, the regions that just
@@ -223,11 +226,8 @@ void cache_sim::age(uint32_t threshold) {
       if ((eight & 0x8080808080808080ull) == 0)
         continue;
       for (size_t j = i; j < i + 8 && j < ids; j++) {
-        if ((held[j] & TURNED_COLD) != 0) {
-          held[j] &= static_cast<uint8_t>(~TURNED_COLD);
-          const uint32_t n = node_of_[j];
-          fresh_.push_back(cold_ref{key_[n], n});
-        }
+        if ((held[j] & TURNED_COLD) != 0)
+          take_turned(&held[j], node_of_[j]);
       }
     }
   }
