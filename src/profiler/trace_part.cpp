@@ -87,8 +87,9 @@ private:
   std::unordered_map<uint64_t, uint32_t> index_;
 };
 
-// More devices than this and their volid16 keys would no longer be the
-// devices' numbers: such a part is read by the caller.
+// A part that meets more devices than this can never be taken in (the
+// caller finds their volid16 keys would not fit and reads it again): it
+// stops here rather than read on for nothing.
 constexpr size_t MOST_DEVICES = 0xFFFF;
 
 struct free_deleter {
