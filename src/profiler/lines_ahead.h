@@ -78,3 +78,53 @@ private:
   line ring_[AHEAD];
   size_t head_ = 0;
 };
+
+// Reads every piece `ahead` hands out in the reading pass's two views of
+// the lines.  The two read the same lines with different memories: the
+// aggregation (*counted) keeps a request's last region in the length
+// field, and each starts its fields at zero after its own separators, so
+// on malformed lines they can see different requests and even different
+// intervals.  A request that both views see is recorded by pass.request;
+// any other line of the replay's view goes to replay->record_line.  The
+// pass's hooks, each false to stop the reading (and so the function):
+//   line()                     before each piece;
+//   views_differ()             the views differ from this piece on;
+//   separator()                the aggregation's interval ends;
+//   request(line, same, key)   the aggregation's request, `same` when the
+//                              replay sees it too; key: the device's key
+//                              found at the scan, or negative.
+template <class Ahead, class Pass>
+bool vol_read_both_views(Ahead *ahead, trace_line *counted, trace_line *replayed, replay_recorder *replay,
+                         Pass *pass) {
+  trace_line scanned;
+  int n;
+  int64_t device;
+  while (ahead->next(&scanned, &n, &device)) {
+    if (!pass->line())
+      return false;
+    vol_take_trace_fields(counted, scanned, n);
+    vol_take_trace_fields(replayed, scanned, n);
+    const bool same = vol_same_trace_fields(*counted, *replayed);
+    if (!same && !pass->views_differ())
+      return false;
+    switch (vol_trace_line_kind(counted)) {
+    case trace_line_kind::separator:
+      if (!pass->separator())
+        return false;
+      *counted = trace_line{};
+      break;
+    case trace_line_kind::skip:
+      break;
+    case trace_line_kind::request:
+      // The device found at the scan is the counted line's own when the
+      // line supplied every field.
+      if (!pass->request(counted, same, device))
+        return false;
+      if (same)
+        continue;
+      break;
+    }
+    replay->record_line(replayed);
+  }
+  return true;
+}

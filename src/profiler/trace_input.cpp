@@ -345,13 +345,9 @@ uint32_t threshold_after(uint64_t elapsed) {
   return wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed ? wrkload_tail->rec.threshold : 0;
 }
 
-// Counts and records every piece `reader` hands out.  The two read the
-// same lines with different memories: the aggregation keeps a request's
-// last region in the length field, and each starts its fields at zero after
-// its own separators, so on malformed lines they can see different requests
-// and even different intervals.  Each keeps its own fields; while they
-// agree, the replay's ids come from the aggregation's lookups.  False when
-// the key table could not grow.
+// Counts and records every piece `reader` hands out (vol_read_both_views).
+// Each view keeps its own fields; while they agree, the replay's ids come
+// from the aggregation's lookups.  False when the key table could not grow.
 bool read_lines(trace_piece_reader *reader, reading_state *st, replay_recorder *replay, iostat_ctx *ctx) {
   lines_ahead ahead(reader, replay, [](int32_t major, int32_t minor) -> int64_t {
     const volid_ent *e = vol_find_device(major, minor);
@@ -359,39 +355,29 @@ bool read_lines(trace_piece_reader *reader, reading_state *st, replay_recorder *
       return -1;
     return static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
   });
-  trace_line scanned;
-  int n;
-  int64_t device;
-  while (ahead.next(&scanned, &n, &device)) {
-    vol_take_trace_fields(&st->counted, scanned, n);
-    vol_take_trace_fields(&st->replayed, scanned, n);
-    const bool same = vol_same_trace_fields(st->counted, st->replayed);
-    if (!same)
+  struct single_pass {
+    reading_state *st;
+    replay_recorder *replay;
+    iostat_ctx *ctx;
+    bool line() { return true; }
+    bool views_differ() {
       replay->views_differ();
-    switch (vol_trace_line_kind(&st->counted)) {
-    case trace_line_kind::separator:
+      return true;
+    }
+    bool separator() {
       replay->rank_interval(ctx);
       keep_interval(ctx, st->elapsed);
       // The next interval's replay admits by this one's threshold.
       replay->next_threshold(threshold_after(st->elapsed));
       st->elapsed += INTERVAL_SECONDS;
-      st->counted = trace_line{};
-      break;
-    case trace_line_kind::skip:
-      break;
-    case trace_line_kind::request:
-      // The device found at the scan is the counted line's own when the
-      // line supplied every field.
-      count_request(&st->counted, replay, same, device);
-      if (!replay->counting_ok())
-        return false;
-      if (same)
-        continue;
-      break;
+      return true;
     }
-    replay->record_line(&st->replayed);
-  }
-  return true;
+    bool request(trace_line *line, bool same, int64_t device) {
+      count_request(line, replay, same, device);
+      return replay->counting_ok();
+    }
+  } pass{st, replay, ctx};
+  return vol_read_both_views(&ahead, &st->counted, &st->replayed, replay, &pass);
 }
 
 // Whether the devices of a part read apart can be made without their

@@ -106,31 +106,17 @@ public:
     lines_ahead ahead(&reader, &replay_, [this](int32_t major, int32_t minor) { return devices_.find(major, minor); });
     trace_line counted{};
     trace_line replayed{};
-    trace_line scanned;
-    int n;
-    int64_t device;
-    for (uint64_t lines = 1; ahead.next(&scanned, &n, &device); lines++) {
-      if (lines % 4096 == 0 && stop.stop_requested())
-        return false;
-      vol_take_trace_fields(&counted, scanned, n);
-      vol_take_trace_fields(&replayed, scanned, n);
-      if (!vol_same_trace_fields(counted, replayed))
-        return false; // only the single pass knows what to do
-      switch (vol_trace_line_kind(&counted)) {
-      case trace_line_kind::separator:
-        if (!close_interval(false))
-          return false;
-        counted = trace_line{};
-        replay_.record_line(&replayed); // ends the replay's interval too
-        break;
-      case trace_line_kind::skip:
-        break;
-      case trace_line_kind::request:
-        if (!count_request(&counted, device))
-          return false;
-        break;
-      }
-    }
+    struct apart {
+      part_reader *self;
+      std::stop_token stop;
+      uint64_t lines = 0;
+      bool line() { return ++lines % 4096 != 0 || !stop.stop_requested(); }
+      bool views_differ() { return false; } // only the single pass knows what to do
+      bool separator() { return self->close_interval(false); } // the replay's ends with it
+      bool request(trace_line *line, bool, int64_t device) { return self->count_request(line, device); }
+    } pass{this, stop};
+    if (!vol_read_both_views(&ahead, &counted, &replayed, &replay_, &pass))
+      return false;
     if (reader.cut_short())
       return false; // the single pass ends where the file does
     if (part_->last) {
