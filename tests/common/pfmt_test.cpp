@@ -37,7 +37,6 @@ TEST_F(PfmtTest, FlagsAndAddressDecideHeaderAndText) {
       {0x100, usage, " Incorrect usage\n"},
       {0x110, usage, "ZrVM zriostatd  Q-5-1-5267  Incorrect usage\n"},
       {0x80, usage, "ZrVM zriostatd ERROR Q-5-1-5267 "},
-      {0, ":0: Wrong usage \n", "ZrVM zriostatd ERROR Q-5-1-0  Wrong usage \n"},
       {0, "zrvm.mesg:7:named\n", "ZrVM zriostatd ERROR Q-5-1-7 named\n"},
       {0, "No pages copied from kernel.\n", "No pages copied from kernel.\n"},
       {0, ":x: letter first\n", ":x: letter first\n"},
