@@ -16,6 +16,10 @@ packages=(
   nlohmann-json3-dev               # --json output of the companion tools
   mandoc                           # man page lint test
   libxml2-utils                    # xmllint, which checks zrcurve's SVG in the tests
+  dpkg-dev file                    # hardening flags; the package (cpack: shlibdeps, strip)
+  lintian                          # the package test
+  prometheus-node-exporter         # the Prometheus scrape test
+  bash-completion                  # the completion test
 )
 # --fuzz: also what the libFuzzer targets (fuzz/, tools/fuzz.sh) build with.
 if [[ "${1:-}" == --fuzz ]]; then
