@@ -120,12 +120,14 @@ options parse(int argc, char **argv) {
   return o;
 }
 
-// Writes `text` to `path` ('-': standard output).  False, with a message,
-// when the file cannot be written.
+// Writes `text` to `path` ('-': standard output, whose errors the last check
+// in main reports).  False, with a message, when the file cannot be written.
 bool write_output(const std::string &path, const std::string &text) {
-  FILE *f = path == "-" ? stdout : fopen(path.c_str(), "w");
+  if (path == "-")
+    return fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  FILE *f = fopen(path.c_str(), "w");
   bool ok = f != nullptr && fwrite(text.data(), 1, text.size(), f) == text.size();
-  if (f != nullptr && f != stdout)
+  if (f != nullptr)
     ok = (fclose(f) == 0) && ok;
   if (!ok)
     fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(errno));
@@ -160,7 +162,9 @@ int main(int argc, char **argv) {
     ok = write_output(o.svg, curve_svg(c)) && ok;
   if (o.csv != "-" && o.json != "-" && o.svg != "-")
     curve_write_text(stdout, c);
-  if (fflush(stdout) != 0)
+  if (const char *why = tool_close_stdout()) {
+    fprintf(stderr, "zrcurve: standard output: %s\n", why);
     ok = false;
+  }
   return ok ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT;
 }
