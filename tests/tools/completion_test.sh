@@ -18,12 +18,10 @@ cases=(
   "zrstat --prometheus-textfile $tmp/|$tmp/dir"
   "zrtrace --format a|alibaba arc ascii"
   "zrtrace --event |C D Q"
-  "zrtrace --time-u|--time-unit"
   "zrtrace --size-unit s|sectors"
   "zrcurve -i $tmp/|$tmp/dir"
   "zrcurve --svg $tmp/f|$tmp/file"
   "zrcurve --sizes |"
-  "zrcurve --po|--points"
 )
 # Every long option of each tool's --help is offered after "--".
 for tool in zrtrace zrstat zrcurve; do

@@ -28,26 +28,16 @@ mkdir "$tmp/text dir"
 "$build/zrstat" --prometheus-textfile "$tmp/text dir" "$tmp/stats" || fail "zrstat --prometheus-textfile failed"
 [[ $(ls -A "$tmp/text dir") == zriostatd.prom ]] || fail "in the directory: $(ls -A "$tmp/text dir")"
 
-for try in 1 2 3; do # a port found free may be taken before the exporter binds it
-  port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-  "$exporter" --collector.disable-defaults --collector.textfile \
-    --collector.textfile.directory="$tmp/text dir" --web.listen-address="127.0.0.1:$port" 2>"$tmp/exporter.log" &
-  pid=$!
-  for ((i = 0; i < 100; i++)); do
-    if { exec 3<>"/dev/tcp/127.0.0.1/$port"; } 2>/dev/null; then
-      printf 'GET /metrics HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n' >&3
-      tr -d '\r' <&3 >"$tmp/scrape"
-      exec 3<&-
-      break 2
-    fi
-    kill -0 "$pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  kill "$pid" 2>/dev/null || true
-  wait "$pid" || true
-  pid=
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+"$exporter" --collector.disable-defaults --collector.textfile --collector.textfile.directory="$tmp/text dir" \
+  --web.listen-address="127.0.0.1:$port" 2>"$tmp/exporter.log" &
+pid=$!
+for ((i = 0; i < 100; i++)); do
+  { exec 3<>"/dev/tcp/127.0.0.1/$port"; } 2>/dev/null && break
+  sleep 0.1
 done
-[[ -s $tmp/scrape ]] || fail "no scrape: $(cat "$tmp/exporter.log")"
+{ printf 'GET /metrics HTTP/1.0\r\n\r\n' >&3 && tr -d '\r' <&3 >"$tmp/scrape"; } 2>/dev/null ||
+  fail "no scrape: $(cat "$tmp/exporter.log")"
 grep -qx 'node_textfile_scrape_error 0' "$tmp/scrape" || fail "scrape error: $(grep textfile "$tmp/scrape")"
 
 # The same samples, compared as numbers (the exporter writes 1.795426104e+09).
@@ -60,9 +50,7 @@ done <<'EOF_VALUES'
 zriostatd_record_time_seconds 1795426104
 zriostatd_workload_regions 21
 zriostatd_workload_gigabytes 0.00128173828125
-zriostatd_regions_counted 120
 zriostatd_threshold 6
-zriostatd_cut_index{marker="first5"} 14
 zriostatd_cut_count{marker="max"} 6
 zriostatd_volume_info{guid="{11111111-2222-3333-4444-555555555555}",volume="7"} 1
 EOF_VALUES
