@@ -7,6 +7,7 @@
 set -euo pipefail
 build=$1 src=$2
 [[ -c /dev/full ]] || { echo "no /dev/full here"; exit 77; }
+cd "$src" # the commands below are split at blanks: their paths must have none
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 # One record, header only: 1 region selected of 1, drop factor 5 at index 1.
@@ -15,13 +16,13 @@ zeros() { head -c "$1" /dev/zero; }
 
 # command | what the one line of standard error holds
 cases=(
-  "zriostatd -p -i $src/examples/oltp -s 0.1 -d 5|ERROR Q-5-1-0 Failed to write the report: "
+  "zriostatd -p -i examples/oltp -s 0.1 -d 5|ERROR Q-5-1-0 Failed to write the report: "
   "zrstat $tmp/stats|zrstat: standard output: "
   "zrstat --json --details $tmp/stats|zrstat: standard output: "
   "zrstat --prometheus $tmp/stats|zrstat: standard output: "
   "zrstat --follow $tmp/stats|zrstat: standard output: "
-  "zrcurve -i $src/examples/oltp --sizes 1,2|zrcurve: standard output: "
-  "zrcurve -i $src/examples/oltp --sizes 1,2 --csv -|zrcurve: standard output: "
+  "zrcurve -i examples/oltp --sizes 1,2|zrcurve: standard output: "
+  "zrcurve -i examples/oltp --sizes 1,2 --csv -|zrcurve: standard output: "
 )
 failed=0
 for c in "${cases[@]}"; do
