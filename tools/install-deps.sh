@@ -19,7 +19,6 @@ packages=(
   dpkg-dev file                    # hardening flags; the package (cpack: shlibdeps, strip)
   lintian                          # the package test
   prometheus-node-exporter         # the Prometheus scrape test
-  bash-completion                  # the completion test
 )
 # --fuzz: also what the libFuzzer targets (fuzz/, tools/fuzz.sh) build with.
 if [[ "${1:-}" == --fuzz ]]; then
