@@ -23,3 +23,10 @@ const char *tool_close_stdout(void) {
     why = strerror(errno);
   return why;
 }
+
+bool tool_stdout_delivered(const char *prog) {
+  const char *why = tool_close_stdout();
+  if (why != nullptr)
+    fprintf(stderr, "%s: standard output: %s\n", prog, why);
+  return why == nullptr;
+}

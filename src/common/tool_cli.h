@@ -24,3 +24,7 @@ bool tool_progress_wanted(void);
 // its errno is gone.  The caller says so in one line and exits non-zero: a
 // lost output is a failure.
 const char *tool_close_stdout(void);
+
+// The same, saying so as "<prog>: standard output: <why>" on standard
+// error.  True when everything arrived.
+bool tool_stdout_delivered(const char *prog);

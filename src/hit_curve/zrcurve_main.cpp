@@ -93,8 +93,12 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
-    case 'h': fputs(USAGE, stdout); exit(TOOL_EXIT_OK);
-    case 'V': tool_print_version("zrcurve"); exit(TOOL_EXIT_OK);
+    case 'h':
+      fputs(USAGE, stdout);
+      exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
+    case 'V':
+      tool_print_version("zrcurve");
+      exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
     default: fputs("Try 'zrcurve --help'.\n", stderr); exit(TOOL_EXIT_USAGE);
     }
   }
@@ -162,9 +166,6 @@ int main(int argc, char **argv) {
     ok = write_output(o.svg, curve_svg(c)) && ok;
   if (o.csv != "-" && o.json != "-" && o.svg != "-")
     curve_write_text(stdout, c);
-  if (const char *why = tool_close_stdout()) {
-    fprintf(stderr, "zrcurve: standard output: %s\n", why);
-    ok = false;
-  }
+  ok = tool_stdout_delivered("zrcurve") && ok;
   return ok ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT;
 }

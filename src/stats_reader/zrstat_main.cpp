@@ -35,8 +35,8 @@ const char USAGE[] =
     "  -h, --help     print this help and exit\n"
     "  -V, --version  print the version and exit\n"
     "\n"
-    "Exit status: 0 all records printed, 1 a torn or impossible record or an\n"
-    "unreadable file, 2 usage error.\n";
+    "Exit status: 0 all records printed, 1 a torn or impossible record, an\n"
+    "unreadable file or an output that cannot be written, 2 usage error.\n";
 
 constexpr unsigned FOLLOW_POLL_MS = 1000;
 
@@ -44,11 +44,7 @@ enum { OPT_PROMETHEUS = 256, OPT_ALL, OPT_TEXTFILE };
 
 // Records that did not reach standard output are a failure, said once.
 int stdout_delivered(int status) {
-  if (const char *why = tool_close_stdout()) {
-    fprintf(stderr, "zrstat: standard output: %s\n", why);
-    return TOOL_EXIT_BAD_INPUT;
-  }
-  return status;
+  return tool_stdout_delivered("zrstat") ? status : TOOL_EXIT_BAD_INPUT;
 }
 
 } // namespace
@@ -74,8 +70,8 @@ int main(int argc, char **argv) {
     case OPT_PROMETHEUS: prometheus = true; break;
     case OPT_ALL: all = true; break;
     case OPT_TEXTFILE: textfile_dir = optarg; break;
-    case 'h': printf(USAGE, VOL_STATS_FILE); return TOOL_EXIT_OK;
-    case 'V': tool_print_version("zrstat"); return TOOL_EXIT_OK;
+    case 'h': printf(USAGE, VOL_STATS_FILE); return stdout_delivered(TOOL_EXIT_OK);
+    case 'V': tool_print_version("zrstat"); return stdout_delivered(TOOL_EXIT_OK);
     default: fprintf(stderr, USAGE, VOL_STATS_FILE); return TOOL_EXIT_USAGE;
     }
   }

@@ -23,6 +23,8 @@ cases=(
   "zrstat --follow $tmp/stats|zrstat: standard output: "
   "zrcurve -i examples/oltp --sizes 1,2|zrcurve: standard output: "
   "zrcurve -i examples/oltp --sizes 1,2 --csv -|zrcurve: standard output: "
+  "zrcurve --help|zrcurve: standard output: "
+  "zrstat --version|zrstat: standard output: "
 )
 failed=0
 for c in "${cases[@]}"; do
