@@ -135,21 +135,25 @@ int stats_write_prometheus_textfile(stats_reader *reader, const char *name, cons
   std::string tmp = std::string(dir) + "/." + STATS_PROM_FILE + ".XXXXXX";
   int fd = mkstemp(tmp.data());
   FILE *f = fd < 0 ? nullptr : fdopen(fd, "w");
-  bool ok = f != nullptr && fchmod(fd, 0644) == 0;
-  if (ok) {
+  int failed = 0; // errno of the first step that failed
+  if (f == nullptr || fchmod(fd, 0644) != 0) {
+    failed = errno;
+  } else {
     stats_write_prometheus(f, recs, false);
-    ok = fflush(f) == 0 && !ferror(f) && fsync(fd) == 0;
+    if (fflush(f) != 0 || ferror(f) || fsync(fd) != 0)
+      failed = errno != 0 ? errno : EIO;
   }
-  int saved = errno;
-  if (f != nullptr)
-    ok = fclose(f) == 0 && ok;
-  else if (fd >= 0)
+  if (f != nullptr) {
+    if (fclose(f) != 0 && failed == 0)
+      failed = errno;
+  } else if (fd >= 0) {
     close(fd);
-  if (ok && rename(tmp.c_str(), path.c_str()) != 0)
-    ok = false, saved = errno;
-  if (ok)
+  }
+  if (failed == 0 && rename(tmp.c_str(), path.c_str()) != 0)
+    failed = errno;
+  if (failed == 0)
     return status;
-  fprintf(err, "zrstat: %s: %s\n", path.c_str(), strerror(saved != 0 ? saved : EIO));
+  fprintf(err, "zrstat: %s: %s\n", path.c_str(), strerror(failed));
   if (fd >= 0)
     unlink(tmp.c_str());
   return TOOL_EXIT_BAD_INPUT;
