@@ -11,7 +11,7 @@ exporter=$(command -v prometheus-node-exporter || true)
 [[ -n $exporter ]] || { echo "prometheus-node-exporter not installed (tools/install-deps.sh installs it)"; exit 77; }
 tmp=$(mktemp -d "${TMPDIR:-/tmp}/zr scrape.XXXXXX")
 pid=
-trap '[[ -z $pid ]] || kill "$pid"; rm -rf "$tmp"' EXIT
+trap '[[ -z $pid ]] || { kill "$pid"; wait "$pid" || true; }; rm -rf "$tmp"' EXIT
 fail() { echo "$*"; exit 1; }
 
 # Two records; the second, the latest: written at 1795426104, 21 regions
