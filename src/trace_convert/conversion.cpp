@@ -2,9 +2,14 @@
 
 #include "trace_convert/conversion.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/tool_cli.h"
 #include "trace_convert/blkparse_format.h"
@@ -32,6 +37,33 @@ std::string input_stem(const std::string &path) {
   return name.empty() ? "trace" : name;
 }
 
+const char *display_name(const std::string &input) { return input == "-" ? "(standard input)" : input.c_str(); }
+
+// True when standard input is among the inputs and is a pipe: a trace
+// being recorded on this host now, whose devices /sys describes.
+bool live_pipe_input(const std::vector<std::string> &inputs) {
+  struct stat st;
+  for (const std::string &input : inputs)
+    if (input == "-" && fstat(STDIN_FILENO, &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode)))
+      return true;
+  return false;
+}
+
+// The profiler reads the map with fgets into 256 bytes: a line of more than
+// 254 characters and its end would come back as two devices.  Longer names
+// are shortened, with a warning.
+std::string map_line(const device_entry &d, FILE *err) {
+  constexpr size_t map_line_room = 254;
+  std::string tail = " " + std::to_string(d.major) + " " + std::to_string(d.minor) + " " + std::to_string(d.size);
+  std::string name = d.name;
+  if (name.size() + tail.size() > map_line_room) {
+    name.resize(map_line_room - tail.size());
+    fprintf(err, "%s: warning: device name \"%s\" shortened to %zu characters, as long as the profiler reads\n",
+            prog, d.name.c_str(), name.size());
+  }
+  return name + tail + "\n";
+}
+
 class converter {
 public:
   converter(const convert_options &o, FILE *err) : o_(o), err_(err) {}
@@ -54,6 +86,10 @@ private:
   output_dir out_;
   uint64_t time_unit_ns_ = 1000000000;
   bool have_base_ = false;
+  bool have_read_time_ = false;
+  int64_t last_read_time_ = 0;    // of the last timed read, for the gap guard
+  const std::string *last_read_input_ = nullptr; // and where it is
+  uint64_t last_read_line_ = 0;
   int64_t base_whole_ = 0;
   uint64_t skipped_[skip_cause_count] = {};
   time_t last_progress_ = 0;
@@ -67,10 +103,10 @@ bool converter::choose_format(const std::string &input, const std::vector<std::s
     format_ = guess_trace_format(first_lines);
     if (format_ == nullptr) {
       fprintf(err_, "%s: %s: cannot tell the format from the first lines; give --format\n", prog,
-              input == "-" ? "(standard input)" : input.c_str());
+              display_name(input));
       return false;
     }
-    fprintf(err_, "%s: %s: format guessed: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
+    fprintf(err_, "%s: %s: format guessed: %s\n", prog, display_name(input),
             format_->name);
   }
   if (format_->family == trace_family::blkparse) {
@@ -125,7 +161,7 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
       ++skipped_[skip_bad];
       return true;
     }
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input),
             static_cast<unsigned long long>(line_number), what.c_str());
     return false;
   }
@@ -134,6 +170,22 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
     if (pl.has_time && pl.cause != skip_header)
       writer_->note_time(t);
     return true;
+  }
+  if (pl.has_time && o_.max_gap_ns > 0) {
+    if (have_read_time_ && (t - last_read_time_ > o_.max_gap_ns || last_read_time_ - t > o_.max_gap_ns)) {
+      fprintf(err_,
+              "%s: %s:%llu: read %.3f s away from the read at %s:%llu, more than --max-gap %lld s: a clock "
+              "far off, or captures joined? (--max-gap 0 allows any gap)\n",
+              prog, display_name(input), static_cast<unsigned long long>(line_number),
+              static_cast<double>(t - last_read_time_) / 1e9, display_name(*last_read_input_),
+              static_cast<unsigned long long>(last_read_line_),
+              static_cast<long long>(o_.max_gap_ns / 1000000000));
+      return false;
+    }
+    have_read_time_ = true;
+    last_read_time_ = t;
+    last_read_input_ = &input;
+    last_read_line_ = line_number;
   }
   uint32_t id = devices_->find_or_add(pl.device);
   devices_->note_read(id, pl.start, pl.length);
@@ -172,7 +224,7 @@ bool converter::convert_input(const std::string &input) {
     while (head.size() < 32 && (rc = lines.next(&line)) == 1)
       head.emplace_back(line);
     if (rc < 0 && head.size() < 32) {
-      fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
+      fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input),
               static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
       return false;
     }
@@ -198,7 +250,7 @@ bool converter::convert_input(const std::string &input) {
     progress_shown_ = false;
   }
   if (rc < 0) {
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input),
             static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
     return false;
   }
@@ -217,15 +269,25 @@ int converter::run(conversion_summary *summary) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
     return TOOL_EXIT_BAD_INPUT;
   }
+  if (writer_->too_many_intervals()) {
+    fprintf(err_,
+            "%s: the trace makes more than %llu intervals of 600 s (time span %.3f s, --time-scale %g): a clock "
+            "far off, or too large a scale? (--max-intervals raises the bound)\n",
+            prog, static_cast<unsigned long long>(o_.intervals.max_intervals),
+            static_cast<double>(writer_->latest() - writer_->earliest()) / 1e9, o_.intervals.time_scale);
+    return TOOL_EXIT_BAD_INPUT;
+  }
   std::string what;
-  if (!devices_->finish(o_.names, o_.sizes, o_.sysfs_root, &what)) {
+  bool sysfs = o_.sysfs == 1 || (o_.sysfs == -1 && live_pipe_input(o_.inputs));
+  if (!devices_->finish(o_.names, o_.sizes, sysfs ? o_.sysfs_root : "", &what)) {
     fprintf(err_, "%s: %s\n", prog, what.c_str());
     return TOOL_EXIT_USAGE;
   }
   std::string map;
   for (uint32_t id : writer_->device_order()) {
     const device_entry &d = devices_->devices()[id];
-    map += d.name + " " + std::to_string(d.major) + " " + std::to_string(d.minor) + " " + std::to_string(d.size) + "\n";
+    map += map_line(d, err_);
+    summary->numbered_devices += d.own_pair && !sysfs;
   }
   if (!out_.write_device_map(map) || !out_.commit()) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
@@ -248,8 +310,15 @@ int converter::run(conversion_summary *summary) {
 } // namespace
 
 int run_conversion(const convert_options &options, FILE *err, conversion_summary *summary) {
-  converter c(options, err);
-  return c.run(summary);
+  // The converter's containers are the only things that allocate; when
+  // memory runs out, unwinding its members removes the temporary files.
+  try {
+    converter c(options, err);
+    return c.run(summary);
+  } catch (const std::bad_alloc &) {
+    fprintf(err, "%s: out of memory\n", prog);
+    return TOOL_EXIT_BAD_INPUT;
+  }
 }
 
 void print_summary(const conversion_summary &s, FILE *err) {
@@ -282,4 +351,19 @@ void print_summary(const conversion_summary &s, FILE *err) {
     fprintf(err, "%s: time span: %.3f s\n", prog, s.span_seconds);
   if (s.reads_kept == 0)
     fprintf(err, "%s: warning: no reads kept\n", prog);
+  // The recommendation compares intervals: with one or two it is just
+  // everything read.
+  constexpr uint64_t few_intervals = 4;
+  if (s.has_time && s.reads_per_interval == 0 && s.reads_kept > 0 && s.intervals < few_intervals)
+    fprintf(err,
+            "%s: warning: the trace spans %.3f s, only %llu interval(s) of 600 s; the profiler's optimal size "
+            "needs several: stretch it with --time-scale (e.g. --time-scale %.0f) or cut by count with "
+            "--reads-per-interval\n",
+            prog, s.span_seconds * s.time_scale, static_cast<unsigned long long>(s.intervals),
+            std::ceil(600.0 * (few_intervals + 2) / std::max(s.span_seconds * s.time_scale, 1e-3)));
+  if (s.numbered_devices > 0)
+    fprintf(err,
+            "%s: hint: devices named MAJ:MIN and sized by their highest sector read; --sysfs takes names and sizes "
+            "from this host's /sys (right only for a trace recorded here)\n",
+            prog);
 }

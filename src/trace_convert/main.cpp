@@ -1,6 +1,8 @@
 // zrtrace: converts block-I/O traces to a profiler trace directory.
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "common/tool_cli.h"
 #include "trace_convert/conversion.h"
@@ -11,6 +13,11 @@ int main(int argc, char **argv) {
   convert_options options;
   switch (parse_convert_options(argc, argv, &options)) {
   case parse_outcome::exit_ok:
+    // --help and --version: a lost output is a failure too.
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+      fprintf(stderr, "zrtrace: cannot write the output: %s\n", strerror(errno));
+      return TOOL_EXIT_BAD_INPUT;
+    }
     return TOOL_EXIT_OK;
   case parse_outcome::exit_usage:
     return TOOL_EXIT_USAGE;

@@ -35,6 +35,8 @@ std::string binary_bytes() {
   return s;
 }
 
+const std::string long_name_map = std::string(246, 'n') + " 253 0 1\n";
+
 const std::string good_csv = "1538323200,8,16,0,1058\n";
 
 const char blkparse_text[] =
@@ -60,8 +62,9 @@ const conversion_case cases[] = {
      blkparse_text, "8 0 1000 8\n0 0 0 0\n8 16 64 16\n0 0 0 0\n0 0 0 0\n8 0 7 1\n", "8:0 8 0 2048\ndata 8 16 80\n",
      "lines skipped: 9 (not a read 1, other event 3, not an event line 3, blank 1, zero length 1)"},
     // The one completed read; the trace still runs to 1900 s.
-    {"blkparse, completed", {"--no-sysfs", "--event", "C"}, "t.blk", blkparse_text,
-     "8 0 1000 8\n0 0 0 0\n0 0 0 0\n0 0 0 0\n", "8:0 8 0 1008\n", "intervals: 4"},
+    // A file is not this host's: no /sys unless asked.
+    {"blkparse, completed", {"--event", "C"}, "t.blk", blkparse_text,
+     "8 0 1000 8\n0 0 0 0\n0 0 0 0\n0 0 0 0\n", "8:0 8 0 1008\n", "hint: devices named MAJ:MIN"},
     // Named columns; bytes 1000-1099 are sectors 1 and 2; the zero-length
     // read at 1200.001 s still extends the trace into interval 2.
     {"csv, named columns",
@@ -103,7 +106,16 @@ const conversion_case cases[] = {
     {"kept intervals", {"--intervals", "1,3"}, "w.trace",
      "0 1 0 8 1\n600000000000 1 8 8 1\n1200000000000 1 16 8 1\n1800000000000 1 24 8 1\n",
      "253 0 8 8\n0 0 0 0\n253 0 24 8\n", "dev1 253 0 32\n", "outside --intervals 2"},
+    {"short trace", {}, "w.trace", "0 1 0 8 1\n60000000000 1 8 8 1\n", "253 0 0 8\n253 0 8 8\n", "dev1 253 0 16\n",
+     "the trace spans 60.000 s, only 1 interval(s) of 600 s"},
+    // The map line, end included, fits the profiler's 256-byte buffer.
+    {"long device name", {"-f", "csv", "--device-col", "1", "--offset-col", "2", "--size-col", "3"}, "t.csv",
+     std::string(300, 'n') + ",0,512\n", "253 0 0 1\n", long_name_map.c_str(), "shortened to 246 characters"},
     // Inputs refused or passed over.
+    {"gap beyond --max-gap", {"--max-gap", "100"}, "IN", "0 1 0 8 1\n200000000000 1 8 8 1\n", "", "",
+     "zrtrace: IN:2: read 200.000 s away from the read at", 1},
+    {"huge time scale", {"--time-scale", "1e300"}, "IN", "0 1 0 8 1\n1 1 8 8 1\n", "", "",
+     "more than 100000 intervals of 600 s", 1},
     {"malformed offset", {}, "IN", good_csv + "1538323200,x,16,0,1058\n" + good_csv, "", "",
      "zrtrace: IN:2: offset \"x\" is not a number", 1},
     {"malformed line skipped", {"--skip-bad"}, "IN", good_csv + "1538323200,x,16,0,1058\n" + good_csv,
@@ -125,7 +137,8 @@ const conversion_case cases[] = {
     {"binary as tencent", {"-f", "tencent"}, "IN", binary_bytes(), "", "", "zrtrace: IN:1: ", 1},
     {"empty, guessed", {}, "IN", "", "", "", "cannot tell the format", 1},
     {"empty, format given", {"-f", "arc"}, "IN", "", "", "", "warning: no reads kept"},
-    {"line too long", {"-f", "tencent"}, "IN", good_csv + std::string(2 << 20, '1'), "", "",
+    // Within one read block as well as across blocks.
+    {"line too long", {"-f", "tencent"}, "IN", good_csv + std::string(2 << 20, '1') + "\n" + good_csv, "", "",
      "zrtrace: IN:2: a line longer than 1048576 bytes", 1},
     {"header lacks a column", {"-f", "csv", "--header", "--offset-col", "off", "--size-col", "len"}, "IN",
      "a,b\n1,2\n", "", "", "zrtrace: IN:1: the header has no column \"off\"", 1},
