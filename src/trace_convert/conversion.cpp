@@ -2,17 +2,15 @@
 
 #include "trace_convert/conversion.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <memory>
 #include <new>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "common/tool_cli.h"
 #include "trace_convert/blkparse_format.h"
+#include "trace_convert/blktrace_source.h"
 #include "trace_convert/column_format.h"
 #include "trace_convert/format_guess.h"
 #include "trace_convert/input_stream.h"
@@ -39,29 +37,9 @@ std::string input_stem(const std::string &path) {
 
 const char *display_name(const std::string &input) { return input == "-" ? "(standard input)" : input.c_str(); }
 
-// True when standard input is among the inputs and is a pipe: a trace
-// being recorded on this host now, whose devices /sys describes.
-bool live_pipe_input(const std::vector<std::string> &inputs) {
+bool exists(const std::string &path) {
   struct stat st;
-  for (const std::string &input : inputs)
-    if (input == "-" && fstat(STDIN_FILENO, &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode)))
-      return true;
-  return false;
-}
-
-// The profiler reads the map with fgets into 256 bytes: a line of more than
-// 254 characters and its end would come back as two devices.  Longer names
-// are shortened, with a warning.
-std::string map_line(const device_entry &d, FILE *err) {
-  constexpr size_t map_line_room = 254;
-  std::string tail = " " + std::to_string(d.major) + " " + std::to_string(d.minor) + " " + std::to_string(d.size);
-  std::string name = d.name;
-  if (name.size() + tail.size() > map_line_room) {
-    name.resize(map_line_room - tail.size());
-    fprintf(err, "%s: warning: device name \"%s\" shortened to %zu characters, as long as the profiler reads\n",
-            prog, d.name.c_str(), name.size());
-  }
-  return name + tail + "\n";
+  return stat(path.c_str(), &st) == 0;
 }
 
 class converter {
@@ -70,14 +48,20 @@ public:
   int run(conversion_summary *summary);
 
 private:
-  bool choose_format(const std::string &input, const std::vector<std::string> &first_lines);
-  bool process(std::string_view line, const std::string &input, uint64_t line_number);
-  bool convert_input(const std::string &input);
+  bool choose_format(const std::string &input, input_stream *in);
+  bool take(line_kind kind, const parsed_line &pl, const std::string &what, const std::string &input,
+            uint64_t number);
+  bool convert_input(size_t index);
+  bool convert_lines(input_stream *in, const std::string &input);
+  bool convert_records(record_source *records);
   void progress(const input_stream &in, const std::string &input);
   bool time_to_ns(const parsed_line &pl, int64_t *ns) const;
 
   const convert_options &o_;
   FILE *err_;
+  // The inputs, a blktrace base name replaced by its per-CPU files.
+  std::vector<std::string> inputs_;
+  bool cpu_files_ = false; // some came from a base name
   const format_preset *format_ = nullptr;
   std::unique_ptr<blkparse_format> blkparse_;
   std::unique_ptr<column_format> columns_;
@@ -86,32 +70,39 @@ private:
   output_dir out_;
   uint64_t time_unit_ns_ = 1000000000;
   bool have_base_ = false;
-  bool have_read_time_ = false;
-  int64_t last_read_time_ = 0;    // of the last timed read, for the gap guard
-  const std::string *last_read_input_ = nullptr; // and where it is
-  uint64_t last_read_line_ = 0;
   int64_t base_whole_ = 0;
+  bool have_read_time_ = false;
+  int64_t last_read_time_ = 0; // of the last timed read, for the gap guard
+  const std::string *last_input_seen_ = nullptr;
+  std::string last_read_input_; // and where that read is
+  uint64_t last_read_number_ = 0;
   uint64_t skipped_[skip_cause_count] = {};
   time_t last_progress_ = 0;
   bool progress_shown_ = false;
 };
 
-bool converter::choose_format(const std::string &input, const std::vector<std::string> &first_lines) {
-  if (!o_.format.empty()) {
-    format_ = find_trace_format(o_.format);
+bool converter::choose_format(const std::string &input, input_stream *in) {
+  if (!o_.format.empty() || cpu_files_) {
+    format_ = find_trace_format(cpu_files_ && o_.format.empty() ? "blktrace" : o_.format);
+    if (cpu_files_ && o_.format.empty())
+      fprintf(err_, "%s: format: blktrace, %zu per-CPU files\n", prog, inputs_.size());
   } else {
-    format_ = guess_trace_format(first_lines);
+    std::string_view head;
+    if (!in->peek(format_guess_bytes, &head)) {
+      fprintf(err_, "%s: %s\n", prog, in->error().c_str());
+      return false;
+    }
+    format_ = guess_trace_format(head);
     if (format_ == nullptr) {
       fprintf(err_, "%s: %s: cannot tell the format from the first lines; give --format\n", prog,
               display_name(input));
       return false;
     }
-    fprintf(err_, "%s: %s: format guessed: %s\n", prog, display_name(input),
-            format_->name);
+    fprintf(err_, "%s: %s: format guessed: %s\n", prog, display_name(input), format_->name);
   }
   if (format_->family == trace_family::blkparse) {
     blkparse_ = std::make_unique<blkparse_format>(o_.event);
-  } else {
+  } else if (format_->family == trace_family::columns) {
     column_layout layout = format_->layout;
     std::string what;
     for (const auto &[option, value] : o_.column_settings)
@@ -141,10 +132,9 @@ bool converter::time_to_ns(const parsed_line &pl, int64_t *ns) const {
   return true;
 }
 
-bool converter::process(std::string_view line, const std::string &input, uint64_t line_number) {
-  parsed_line pl;
-  std::string what;
-  line_kind kind = blkparse_ ? blkparse_->parse(line, &pl, &what) : columns_->parse(line, &pl, &what);
+bool converter::take(line_kind kind, const parsed_line &pl, const std::string &parse_error,
+                     const std::string &input, uint64_t number) {
+  const std::string *what = &parse_error;
   int64_t t = 0;
   if (kind != line_kind::bad && pl.has_time) {
     if (!have_base_) {
@@ -153,7 +143,8 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
     }
     if (!time_to_ns(pl, &t)) {
       kind = line_kind::bad;
-      what = "time too far from the trace's first";
+      static const std::string too_far = "time too far from the trace's first (is --time-unit right?)";
+      what = &too_far;
     }
   }
   if (kind == line_kind::bad) {
@@ -161,8 +152,8 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
       ++skipped_[skip_bad];
       return true;
     }
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input),
-            static_cast<unsigned long long>(line_number), what.c_str());
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input), static_cast<unsigned long long>(number),
+            what->c_str());
     return false;
   }
   if (kind == line_kind::skipped) {
@@ -176,16 +167,18 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
       fprintf(err_,
               "%s: %s:%llu: read %.3f s away from the read at %s:%llu, more than --max-gap %lld s: a clock "
               "far off, or captures joined? (--max-gap 0 allows any gap)\n",
-              prog, display_name(input), static_cast<unsigned long long>(line_number),
-              static_cast<double>(t - last_read_time_) / 1e9, display_name(*last_read_input_),
-              static_cast<unsigned long long>(last_read_line_),
-              static_cast<long long>(o_.max_gap_ns / 1000000000));
+              prog, display_name(input), static_cast<unsigned long long>(number),
+              static_cast<double>(t - last_read_time_) / 1e9, display_name(last_read_input_),
+              static_cast<unsigned long long>(last_read_number_), static_cast<long long>(o_.max_gap_ns / 1000000000));
       return false;
     }
     have_read_time_ = true;
     last_read_time_ = t;
-    last_read_input_ = &input;
-    last_read_line_ = line_number;
+    if (&input != last_input_seen_) {
+      last_input_seen_ = &input;
+      last_read_input_ = input;
+    }
+    last_read_number_ = number;
   }
   uint32_t id = devices_->find_or_add(pl.device);
   devices_->note_read(id, pl.start, pl.length);
@@ -208,42 +201,22 @@ void converter::progress(const input_stream &in, const std::string &input) {
   fflush(err_);
 }
 
-bool converter::convert_input(const std::string &input) {
-  input_stream in;
-  if (!in.open(input)) {
-    fprintf(err_, "%s: %s\n", prog, in.error().c_str());
-    return false;
-  }
-  line_reader lines(&in);
+bool converter::convert_lines(input_stream *in, const std::string &input) {
+  line_reader lines(in);
   std::string_view line;
+  parsed_line pl;
+  std::string what;
   int rc;
-  uint64_t first_line = 1;
-  if (format_ == nullptr) {
-    // Keep the first lines to guess from, then convert them.
-    std::vector<std::string> head;
-    while (head.size() < 32 && (rc = lines.next(&line)) == 1)
-      head.emplace_back(line);
-    if (rc < 0 && head.size() < 32) {
-      fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input),
-              static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
-      return false;
-    }
-    if (!choose_format(input, head))
-      return false;
-    if (columns_)
-      columns_->start_input();
-    for (const std::string &h : head)
-      if (!process(h, input, first_line++))
-        return false;
-  } else if (columns_) {
+  if (columns_)
     columns_->start_input();
-  }
-  bool show_progress = tool_progress_wanted() && (in.raw_size() == 0 || in.raw_size() > (64u << 20));
+  bool show_progress = tool_progress_wanted() && (in->raw_size() == 0 || in->raw_size() > (64u << 20));
   while ((rc = lines.next(&line)) == 1) {
-    if (!process(line, input, lines.line_number()))
+    pl = parsed_line{};
+    line_kind kind = blkparse_ ? blkparse_->parse(line, &pl, &what) : columns_->parse(line, &pl, &what);
+    if (!take(kind, pl, what, input, lines.line_number()))
       return false;
     if (show_progress && (lines.line_number() & 0xfffff) == 0)
-      progress(in, input);
+      progress(*in, input);
   }
   if (progress_shown_) {
     fprintf(err_, "\n");
@@ -257,14 +230,65 @@ bool converter::convert_input(const std::string &input) {
   return true;
 }
 
+bool converter::convert_records(record_source *records) {
+  line_kind kind;
+  parsed_line pl;
+  std::string what;
+  int rc;
+  while ((rc = records->next(&kind, &pl, &what)) == 1)
+    if (!take(kind, pl, what, records->input(), records->number()))
+      return false;
+  if (rc < 0) {
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(records->input()),
+            static_cast<unsigned long long>(records->number()), what.c_str());
+    return false;
+  }
+  return true;
+}
+
+// Converts inputs_[index]; a blktrace capture takes every input from there
+// on, its files merged by time.
+bool converter::convert_input(size_t index) {
+  const std::string &input = inputs_[index];
+  auto in = std::make_unique<input_stream>();
+  if (!in->open(input)) {
+    fprintf(err_, "%s: %s\n", prog, in->error().c_str());
+    return false;
+  }
+  if (format_ == nullptr && !choose_format(input, in.get()))
+    return false;
+  if (format_->family != trace_family::blktrace)
+    return convert_lines(in.get(), input);
+  std::string what;
+  std::vector<std::string> files(inputs_.begin() + static_cast<ptrdiff_t>(index), inputs_.end());
+  std::unique_ptr<record_source> records = open_blktrace(files, o_.event[0], std::move(in), &what);
+  if (records == nullptr) {
+    fprintf(err_, "%s: %s\n", prog, what.c_str());
+    return false;
+  }
+  return convert_records(records.get());
+}
+
 int converter::run(conversion_summary *summary) {
+  for (const std::string &input : o_.inputs) {
+    std::vector<std::string> files;
+    if (input != "-" && !exists(input) && !(files = blktrace_cpu_files(input)).empty()) {
+      inputs_.insert(inputs_.end(), files.begin(), files.end());
+      cpu_files_ = true;
+    } else {
+      inputs_.push_back(input);
+    }
+  }
   if (!out_.open(o_.outdir, o_.force)) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
     return TOOL_EXIT_BAD_INPUT;
   }
-  for (const std::string &input : o_.inputs)
-    if (!convert_input(input))
+  for (size_t i = 0; i < inputs_.size(); ++i) {
+    if (!convert_input(i))
       return TOOL_EXIT_BAD_INPUT;
+    if (format_->family == trace_family::blktrace)
+      break;
+  }
   if (!writer_->finish()) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
     return TOOL_EXIT_BAD_INPUT;
@@ -286,7 +310,7 @@ int converter::run(conversion_summary *summary) {
   std::string map;
   for (uint32_t id : writer_->device_order()) {
     const device_entry &d = devices_->devices()[id];
-    map += map_line(d, err_);
+    map += device_map_line(d, err_);
     summary->numbered_devices += d.own_pair && !sysfs;
   }
   if (!out_.write_device_map(map) || !out_.commit()) {
@@ -319,51 +343,4 @@ int run_conversion(const convert_options &options, FILE *err, conversion_summary
     fprintf(err, "%s: out of memory\n", prog);
     return TOOL_EXIT_BAD_INPUT;
   }
-}
-
-void print_summary(const conversion_summary &s, FILE *err) {
-  fprintf(err, "%s: reads kept: %llu\n", prog, static_cast<unsigned long long>(s.reads_kept));
-  uint64_t total = 0;
-  std::string causes;
-  for (int i = 0; i < skip_cause_count; ++i) {
-    if (s.skipped[i] == 0)
-      continue;
-    total += s.skipped[i];
-    causes += (causes.empty() ? "" : ", ") + std::string(skip_cause_name(static_cast<skip_cause>(i))) + " " +
-              std::to_string(s.skipped[i]);
-  }
-  fprintf(err, "%s: lines skipped: %llu%s%s%s\n", prog, static_cast<unsigned long long>(total),
-          causes.empty() ? "" : " (", causes.c_str(), causes.empty() ? "" : ")");
-  if (s.late_reads > 0)
-    fprintf(err, "%s: late reads: %llu (beyond the reorder window; written in the interval then open)\n", prog,
-            static_cast<unsigned long long>(s.late_reads));
-  if (s.reads_per_interval > 0)
-    fprintf(err, "%s: intervals: %llu (%llu reads each)\n", prog, static_cast<unsigned long long>(s.intervals),
-            static_cast<unsigned long long>(s.reads_per_interval));
-  else
-    fprintf(err, "%s: intervals: %llu\n", prog, static_cast<unsigned long long>(s.intervals));
-  fprintf(err, "%s: devices: %llu\n", prog, static_cast<unsigned long long>(s.devices));
-  if (!s.has_time)
-    fprintf(err, "%s: time span: none (the trace has no time)\n", prog);
-  else if (s.time_scale != 1.0)
-    fprintf(err, "%s: time span: %.3f s (%.3f s scaled)\n", prog, s.span_seconds, s.span_seconds * s.time_scale);
-  else
-    fprintf(err, "%s: time span: %.3f s\n", prog, s.span_seconds);
-  if (s.reads_kept == 0)
-    fprintf(err, "%s: warning: no reads kept\n", prog);
-  // The recommendation compares intervals: with one or two it is just
-  // everything read.
-  constexpr uint64_t few_intervals = 4;
-  if (s.has_time && s.reads_per_interval == 0 && s.reads_kept > 0 && s.intervals < few_intervals)
-    fprintf(err,
-            "%s: warning: the trace spans %.3f s, only %llu interval(s) of 600 s; the profiler's optimal size "
-            "needs several: stretch it with --time-scale (e.g. --time-scale %.0f) or cut by count with "
-            "--reads-per-interval\n",
-            prog, s.span_seconds * s.time_scale, static_cast<unsigned long long>(s.intervals),
-            std::ceil(600.0 * (few_intervals + 2) / std::max(s.span_seconds * s.time_scale, 1e-3)));
-  if (s.numbered_devices > 0)
-    fprintf(err,
-            "%s: hint: devices named MAJ:MIN and sized by their highest sector read; --sysfs takes names and sizes "
-            "from this host's /sys (right only for a trace recorded here)\n",
-            prog);
 }

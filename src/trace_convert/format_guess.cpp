@@ -2,6 +2,9 @@
 
 #include "trace_convert/format_guess.h"
 
+#include <algorithm>
+
+#include "trace_convert/blktrace_record.h"
 #include "trace_convert/field_scan.h"
 
 namespace {
@@ -48,11 +51,23 @@ const char *guess_line(std::string_view line) {
   return nullptr;
 }
 
+const char *guess_binary(std::string_view head) {
+  if (blktrace_magic_order(head) != blktrace_order::unknown)
+    return "blktrace";
+  return nullptr;
+}
+
 } // namespace
 
-const format_preset *guess_trace_format(const std::vector<std::string> &first_lines) {
+const format_preset *guess_trace_format(std::string_view head) {
+  if (const char *name = guess_binary(head))
+    return find_trace_format(name);
   int looked = 0;
-  for (const std::string &line : first_lines) {
+  for (size_t at = 0, end; at < head.size(); at = end + 1) {
+    end = std::min(head.find('\n', at), head.size());
+    std::string_view line = head.substr(at, end - at);
+    if (line.ends_with('\r'))
+      line.remove_suffix(1);
     if (line.find_first_not_of(" \t") == std::string::npos)
       continue;
     if (const char *name = guess_line(line))

@@ -7,7 +7,12 @@
 
 #include "trace_convert/format_presets.h"
 
-// The format that the first lines of a trace (up to the first ten that are
-// not blank) look like, or null when none fits.  The generic "csv" format
-// is never guessed: its columns must be given.
-const format_preset *guess_trace_format(const std::vector<std::string> &first_lines);
+// The first bytes of an input that the guess looks at.
+constexpr size_t format_guess_bytes = 64 << 10;
+
+// The format that the first bytes of a trace look like: a binary format by
+// its magic or the shape of its first records, else a text format by its
+// first lines (up to the first ten that are not blank); null when none
+// fits.  The generic "csv" format is never guessed: its columns must be
+// given.
+const format_preset *guess_trace_format(std::string_view head);

@@ -33,6 +33,8 @@ std::vector<format_preset> make_formats() {
   const char blank = blank_separator;
   return {
       {"blkparse", "blkparse's default text output", trace_family::blkparse, {}, ""},
+      {"blktrace", "raw blktrace capture: per-CPU files (give NAME of NAME.blktrace.N) or a stream",
+       trace_family::blktrace, {}, ""},
       {"csv", "columns chosen with --time-col, --offset-col, --size-col, ...", trace_family::columns, {}, "dev"},
       // version,time,op,size,lbn: seconds; SCSI opcode 28 is READ(10).
       {"cloudphysics", "CloudPhysics vscsi CSV (version,time,op,size,lbn)", trace_family::columns,
