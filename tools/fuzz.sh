@@ -95,7 +95,7 @@ for f in "$traces"/*.csv "$traces"/*.trace; do
   [[ -f $f ]] || continue
   name=$(basename "$f")
   convert_seed "$name.guess" 255 0 "$f"
-  for i in 0 1 2 3 4 5 6 7 8; do convert_seed "$name.$i" "$i" 1 "$f"; done
+  for i in 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14; do convert_seed "$name.$i" "$i" 1 "$f"; done
 done
 printf '%s\n' "  8,0    1        1     0.000000000  4242  Q   R 2048 + 8 [fio]" \
   "  8,0    1        2     0.000010000  4242  C   R 2048 + 8 [fio]" \
@@ -103,6 +103,16 @@ printf '%s\n' "  8,0    1        1     0.000000000  4242  Q   R 2048 + 8 [fio]" 
   "CPU0 (8,0):" " Reads Queued:           1,        4KiB" >"$seeds/blkparse.txt"
 convert_seed blkparse 255 0 "$seeds/blkparse.txt"
 rm "$seeds/blkparse.txt"
+# A raw blktrace capture: a queued read, a message with its text, an issued
+# write 700 s later, as the kernel's little-endian records.
+python3 - "$seeds/trace_convert_fuzz" <<'PY'
+import struct, sys
+def rec(seq, t, sector, nbytes, action, pdu=b""):
+    return struct.pack("<IIQQIIIIIHH", 0x65617407, seq, t, sector, nbytes, action, 42, 8 << 20 | 16, 0, 0,
+                       len(pdu)) + pdu
+cap = rec(1, 10**9, 2048, 4096, 0x110001) + rec(2, 2 * 10**9, 0, 0, 0x4000002, b"hi") + rec(3, 7 * 10**11, 64, 512, 0x420007)
+open(sys.argv[1] + "/blktrace", "wb").write(b"\xff\x00" + cap)
+PY
 
 # Driver answers: little-endian binary records, as the targets' comments
 # lay them out.

@@ -106,18 +106,20 @@ public:
       if (!streams_.back()->open(what))
         return false;
     }
-    for (size_t i = 0; i < streams_.size(); ++i) {
-      current_ = i;
-      int rc = streams_[i]->advance(what);
-      if (rc < 0)
-        return false;
-      if (rc > 0)
-        queue_.push(i);
-    }
     return true;
   }
 
   int next(line_kind *kind, parsed_line *out, std::string *what) override {
+    if (!started_) {
+      started_ = true;
+      for (current_ = 0; current_ < streams_.size(); ++current_) {
+        int rc = streams_[current_]->advance(what);
+        if (rc < 0)
+          return -1;
+        if (rc > 0)
+          queue_.push(current_);
+      }
+    }
     if (pending_) {
       // Decode the stream's following record only now, so that its damage
       // is reported after every record before it.
@@ -154,6 +156,7 @@ private:
   std::vector<std::unique_ptr<cpu_stream>> streams_;
   std::priority_queue<size_t, std::vector<size_t>, later> queue_{later{this}};
   size_t current_ = 0;
+  bool started_ = false;
   bool pending_ = false;
 };
 

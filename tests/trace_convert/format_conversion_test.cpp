@@ -9,8 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/blktrace_api.h>
 #include <string>
+#include <tuple>
 #include <vector>
+
+#include "trace_convert/blktrace_record.h"
 
 #include "trace_convert/convert_run.h"
 
@@ -34,6 +38,32 @@ std::string binary_bytes() {
     s += static_cast<char>((i * 7919 + 13) % 251);
   return s;
 }
+
+// Little-endian blktrace records: {time ns, action, device, sector, bytes, payload}.
+std::string blktrace_bytes(std::vector<std::tuple<uint64_t, uint32_t, uint32_t, uint64_t, uint32_t, std::string>> records) {
+  std::string s;
+  for (const auto &[time, action, device, sector, bytes, payload] : records) {
+    blktrace_event e;
+    e.time = time;
+    e.action = action;
+    e.device = device;
+    e.sector = sector;
+    e.bytes = bytes;
+    e.pdu_len = static_cast<uint16_t>(payload.size());
+    unsigned char header[blktrace_header_size];
+    blktrace_encode(e, blktrace_order::little, header);
+    s += std::string(reinterpret_cast<char *>(header), sizeof header) + payload;
+  }
+  return s;
+}
+
+const uint32_t queued_read = BLK_TA_QUEUE | BLK_TC_ACT(BLK_TC_READ), sdb = 8 << 20 | 16;
+const std::string blktrace_capture = blktrace_bytes({
+    {10000000000, queued_read, sdb, 100, 4096, ""},
+    {11000000000, BLK_TN_MESSAGE, sdb, 0, 0, "hi"},
+    {12000000000, BLK_TA_QUEUE | BLK_TC_ACT(BLK_TC_WRITE), sdb, 0, 4096, "12345"},
+    {710000000000, queued_read, 259u << 20 | 70000, 7, 512, ""},
+});
 
 const std::string long_name_map = std::string(246, 'n') + " 253 0 1\n";
 
@@ -111,7 +141,15 @@ const conversion_case cases[] = {
     // The map line, end included, fits the profiler's 256-byte buffer.
     {"long device name", {"-f", "csv", "--device-col", "1", "--offset-col", "2", "--size-col", "3"}, "t.csv",
      std::string(300, 'n') + ",0,512\n", "253 0 0 1\n", long_name_map.c_str(), "shortened to 246 characters"},
+    // The message is no read, the write's payload is passed over, and
+    // the kernel's device numbers keep 20 bits of minor.
+    {"blktrace", {}, "sdb.blktrace.0", blktrace_capture, "8 16 100 8\n0 0 0 0\n259 70000 7 1\n",
+     "8:16 8 16 108\n259:70000 259 70000 8\n", "lines skipped: 2 (not a read 1, other event 1)"},
     // Inputs refused or passed over.
+    {"blktrace version", {}, "IN", std::string("\x06") + blktrace_capture.substr(1), "", "",
+     "zrtrace: IN:1: blktrace record version 6, only 7 is known", 1},
+    {"blktrace cut short", {}, "IN", blktrace_capture.substr(0, 48 + 20), "", "",
+     "zrtrace: IN:2: a record cut short at the end", 1},
     {"gap beyond --max-gap", {"--max-gap", "100"}, "IN", "0 1 0 8 1\n200000000000 1 8 8 1\n", "", "",
      "zrtrace: IN:2: read 200.000 s away from the read at", 1},
     {"huge time scale", {"--time-scale", "1e300"}, "IN", "0 1 0 8 1\n1 1 8 8 1\n", "", "",
