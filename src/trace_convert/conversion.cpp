@@ -12,6 +12,7 @@
 #include "trace_convert/blkparse_format.h"
 #include "trace_convert/blktrace_source.h"
 #include "trace_convert/column_format.h"
+#include "trace_convert/fixed_records.h"
 #include "trace_convert/format_guess.h"
 #include "trace_convert/input_stream.h"
 #include "trace_convert/line_reader.h"
@@ -55,6 +56,13 @@ private:
   bool convert_lines(input_stream *in, const std::string &input);
   bool convert_records(record_source *records);
   void progress(const input_stream &in, const std::string &input);
+  // --offset-unit bytes, for the binary formats whose records hold an id.
+  bool ids_in_bytes() const {
+    for (const auto &[option, value] : o_.column_settings)
+      if (option == "offset-unit")
+        return value == "bytes";
+    return false;
+  }
   bool time_to_ns(const parsed_line &pl, int64_t *ns) const;
 
   const convert_options &o_;
@@ -257,15 +265,27 @@ bool converter::convert_input(size_t index) {
   }
   if (format_ == nullptr && !choose_format(input, in.get()))
     return false;
-  if (format_->family != trace_family::blktrace)
+  if (blkparse_ || columns_)
     return convert_lines(in.get(), input);
   std::string what;
-  std::vector<std::string> files(inputs_.begin() + static_cast<ptrdiff_t>(index), inputs_.end());
-  std::unique_ptr<record_source> records = open_blktrace(files, o_.event[0], std::move(in), &what);
+  std::unique_ptr<record_source> records;
+  if (format_->family == trace_family::blktrace) {
+    std::vector<std::string> files(inputs_.begin() + static_cast<ptrdiff_t>(index), inputs_.end());
+    records = open_blktrace(files, o_.event[0], std::move(in), &what);
+  } else {
+    fixed_layout layout = format_->family == trace_family::vscsi           ? fixed_layout::vscsi
+                          : format_->family == trace_family::oracle_general ? fixed_layout::oracle_general
+                                                                            : fixed_layout::lcs;
+    records = open_fixed_records(layout, std::move(in), input, ids_in_bytes(), &what);
+  }
   if (records == nullptr) {
     fprintf(err_, "%s: %s\n", prog, what.c_str());
     return false;
   }
+  time_unit_ns_ = records->time_unit_ns();
+  if (!records->has_operation())
+    fprintf(err_, "%s: %s: the records have no operation: every record is taken as a read\n", prog,
+            display_name(input));
   return convert_records(records.get());
 }
 

@@ -6,6 +6,7 @@
 
 #include "trace_convert/blktrace_record.h"
 #include "trace_convert/field_scan.h"
+#include "trace_convert/fixed_records.h"
 
 namespace {
 
@@ -54,7 +55,10 @@ const char *guess_line(std::string_view line) {
 const char *guess_binary(std::string_view head) {
   if (blktrace_magic_order(head) != blktrace_order::unknown)
     return "blktrace";
-  return nullptr;
+  fixed_layout layout;
+  if (!guess_fixed_layout(head, &layout))
+    return nullptr;
+  return layout == fixed_layout::vscsi ? "vscsi" : layout == fixed_layout::lcs ? "lcs" : "oracleGeneral";
 }
 
 } // namespace

@@ -35,6 +35,10 @@ std::vector<format_preset> make_formats() {
       {"blkparse", "blkparse's default text output", trace_family::blkparse, {}, ""},
       {"blktrace", "raw blktrace capture: per-CPU files (give NAME of NAME.blktrace.N) or a stream",
        trace_family::blktrace, {}, ""},
+      {"vscsi", "CloudPhysics vscsi binary records (versions 1 and 2)", trace_family::vscsi, {}, ""},
+      {"oracleGeneral", "24-byte oracleGeneral records (time, object id, size, next access)",
+       trace_family::oracle_general, {}, ""},
+      {"lcs", "oracleGeneral's successor: a header, then records of its version", trace_family::lcs, {}, ""},
       {"csv", "columns chosen with --time-col, --offset-col, --size-col, ...", trace_family::columns, {}, "dev"},
       // version,time,op,size,lbn: seconds; SCSI opcode 28 is READ(10).
       {"cloudphysics", "CloudPhysics vscsi CSV (version,time,op,size,lbn)", trace_family::columns,

@@ -20,4 +20,10 @@ public:
   // number there, from 1.
   virtual const std::string &input() const = 0;
   virtual uint64_t number() const = 0;
+
+  // False when the records carry no operation, and so every one is kept.
+  virtual bool has_operation() const { return true; }
+
+  // The unit of the records' times (out->time_whole), in nanoseconds.
+  virtual uint64_t time_unit_ns() const { return 1000000000; }
 };

@@ -12,7 +12,9 @@
 #include <linux/blktrace_api.h>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
+#include <zstd.h>
 
 #include "trace_convert/blktrace_record.h"
 
@@ -64,6 +66,44 @@ const std::string blktrace_capture = blktrace_bytes({
     {12000000000, BLK_TA_QUEUE | BLK_TC_ACT(BLK_TC_WRITE), sdb, 0, 4096, "12345"},
     {710000000000, queued_read, 259u << 20 | 70000, 7, 512, ""},
 });
+
+// Little-endian fields: {value, width in bytes}, one after the other.
+std::string le_bytes(std::initializer_list<std::pair<uint64_t, int>> fields) {
+  std::string s;
+  for (const auto &[value, width] : fields)
+    for (int i = 0; i < width; ++i)
+      s += static_cast<char>(value >> (8 * i));
+  return s;
+}
+
+// vscsi version 2: cmd, ver, sn, len, nSG, lbn, ts (us), rt; version 1: sn,
+// len, nSG, cmd, ver, lbn, ts.
+std::string vscsi2(uint64_t cmd, uint64_t len, uint64_t lbn, uint64_t ts) {
+  return le_bytes({{cmd, 2}, {0x200, 2}, {1, 4}, {len, 4}, {1, 4}, {lbn, 8}, {ts, 8}, {50, 8}});
+}
+std::string vscsi1(uint64_t cmd, uint64_t len, uint64_t lbn, uint64_t ts) {
+  return le_bytes({{1, 4}, {len, 4}, {1, 4}, {cmd, 2}, {0x100, 2}, {lbn, 8}, {ts, 8}});
+}
+std::string oracle(uint64_t time, uint64_t id, uint64_t size, int64_t next) {
+  return le_bytes({{time, 4}, {id, 8}, {size, 4}, {static_cast<uint64_t>(next), 8}});
+}
+std::string lcs_header(uint64_t version) {
+  std::string h = le_bytes({{0x123456789abcdef0ULL, 8}, {version, 8}});
+  h.resize(8192 - 8, '\0');
+  return h + le_bytes({{0x123456789abcdef0ULL, 8}});
+}
+// lcs version 2: time, id, size, op (low byte) and tenant, next access.
+std::string lcs2(uint64_t time, uint64_t id, uint64_t size, uint64_t op) {
+  return le_bytes({{time, 4}, {id, 8}, {size, 4}, {op | 7 << 8, 4}, {~0ULL, 8}});
+}
+
+std::string zstd_of(const std::string &data) {
+  std::string out(ZSTD_compressBound(data.size()), '\0');
+  out.resize(ZSTD_compress(out.data(), out.size(), data.data(), data.size(), 1));
+  return out;
+}
+
+const std::string oracle_trace = oracle(10, 100, 4096, 2) + oracle(20, 8, 1000, -1) + oracle(700, 100, 512, -1);
 
 const std::string long_name_map = std::string(246, 'n') + " 253 0 1\n";
 
@@ -145,7 +185,24 @@ const conversion_case cases[] = {
     // the kernel's device numbers keep 20 bits of minor.
     {"blktrace", {}, "sdb.blktrace.0", blktrace_capture, "8 16 100 8\n0 0 0 0\n259 70000 7 1\n",
      "8:16 8 16 108\n259:70000 259 70000 8\n", "lines skipped: 2 (not a read 1, other event 1)"},
+    // Times in microseconds; READ(10) and READ(16) are reads, WRITE(10) not.
+    {"vscsi version 2", {}, "cp.vscsi", vscsi2(0x28, 4096, 100, 1000000) + vscsi2(0x2a, 512, 0, 2000000) +
+     vscsi2(0x88, 512, 7, 601000000), "253 0 100 8\n0 0 0 0\n253 0 7 1\n", "cp 253 0 108\n", "format guessed: vscsi"},
+    {"vscsi version 1", {}, "cp.vscsi", vscsi1(0x08, 1024, 64, 5) + vscsi1(0x28, 512, 0, 9), "253 0 64 2\n253 0 0 1\n",
+     "cp 253 0 66\n", "reads kept: 2"},
+    // Every record is a read; 1000 bytes from sector 8 cover two sectors.
+    {"oracleGeneral, compressed", {}, "w44.oracleGeneral.zst", zstd_of(oracle_trace),
+     "253 0 100 8\n253 0 8 2\n0 0 0 0\n253 0 100 1\n", "w44 253 0 108\n", "no operation: every record is taken"},
+    {"oracleGeneral, ids in bytes", {"-f", "oracleGeneral", "--offset-unit", "bytes"}, "w44.oracleGeneral",
+     oracle_trace, "253 0 0 9\n253 0 0 2\n0 0 0 0\n253 0 0 2\n", "w44 253 0 9\n", "reads kept: 3"},
+    // Operations read (12) and get (1) are reads, write (13) is not.
+    {"lcs version 2", {}, "t.lcs", lcs_header(2) + lcs2(1, 5, 4096, 12) + lcs2(1, 6, 512, 13) + lcs2(2, 9, 512, 1),
+     "253 0 5 8\n253 0 9 1\n", "t 253 0 13\n", "format guessed: lcs"},
     // Inputs refused or passed over.
+    {"lcs version", {"-f", "lcs"}, "IN", lcs_header(9) + lcs2(1, 5, 4096, 12), "", "",
+     "zrtrace: IN: lcs version 9, known are 1 to 8", 1},
+    {"vscsi cut short", {"-f", "vscsi"}, "IN", vscsi1(0x28, 512, 0, 1) + vscsi1(0x28, 512, 0, 1).substr(0, 9), "", "",
+     "zrtrace: IN:2: a record cut short at the end", 1},
     {"blktrace version", {}, "IN", std::string("\x06") + blktrace_capture.substr(1), "", "",
      "zrtrace: IN:1: blktrace record version 6, only 7 is known", 1},
     {"blktrace cut short", {}, "IN", blktrace_capture.substr(0, 48 + 20), "", "",
