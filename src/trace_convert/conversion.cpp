@@ -2,6 +2,7 @@
 
 #include "trace_convert/conversion.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 
 #include "common/tool_cli.h"
+#include "trace_convert/biosnoop_format.h"
 #include "trace_convert/blkparse_format.h"
 #include "trace_convert/blktrace_source.h"
 #include "trace_convert/column_format.h"
@@ -56,6 +58,13 @@ private:
   bool convert_lines(input_stream *in, const std::string &input);
   bool convert_records(record_source *records);
   void progress(const input_stream &in, const std::string &input);
+  bool guess_unit(const std::string &input, input_stream *in);
+  bool unit_given() const {
+    for (const auto &setting : o_.column_settings)
+      if (setting.first == "time-unit")
+        return true;
+    return false;
+  }
   // --offset-unit bytes, for the binary formats whose records hold an id.
   bool ids_in_bytes() const {
     for (const auto &[option, value] : o_.column_settings)
@@ -72,6 +81,7 @@ private:
   bool cpu_files_ = false; // some came from a base name
   const format_preset *format_ = nullptr;
   std::unique_ptr<blkparse_format> blkparse_;
+  std::unique_ptr<biosnoop_format> biosnoop_;
   std::unique_ptr<column_format> columns_;
   std::unique_ptr<device_registry> devices_;
   std::unique_ptr<interval_writer> writer_;
@@ -110,6 +120,8 @@ bool converter::choose_format(const std::string &input, input_stream *in) {
   }
   if (format_->family == trace_family::blkparse) {
     blkparse_ = std::make_unique<blkparse_format>(o_.event);
+  } else if (format_->family == trace_family::biosnoop) {
+    biosnoop_ = std::make_unique<biosnoop_format>();
   } else if (format_->family == trace_family::columns) {
     column_layout layout = format_->layout;
     std::string what;
@@ -121,10 +133,41 @@ bool converter::choose_format(const std::string &input, input_stream *in) {
       return false;
     }
     time_unit_ns_ = layout.time_unit_ns;
+    if (!unit_given() && layout.time.given() && time_unit_ns_ == 1000000000 && !guess_unit(input, in))
+      return false;
   }
   devices_ = std::make_unique<device_registry>(o_.major, input_stem(o_.inputs.front()), format_->device_prefix);
   writer_ = std::make_unique<interval_writer>(o_.intervals, devices_.get(),
                                               [this](std::string_view text) { return out_.write_out(text); });
+  return true;
+}
+
+// A trace in seconds by its format may hold ms or us: the first lines'
+// times tell, and the unit chosen is printed.
+bool converter::guess_unit(const std::string &input, input_stream *in) {
+  std::string_view head;
+  if (!in->peek(format_guess_bytes, &head)) {
+    fprintf(err_, "%s: %s\n", prog, in->error().c_str());
+    return false;
+  }
+  column_format sample(columns_->layout());
+  sample.start_input();
+  std::vector<double> times;
+  bool fraction = false;
+  std::string what;
+  for (size_t at = 0, end; at < head.size() && times.size() < 64; at = end + 1) {
+    end = std::min(head.find('\n', at), head.size());
+    parsed_line pl;
+    if (sample.parse(head.substr(at, end - at), &pl, &what) != line_kind::bad && pl.has_time) {
+      times.push_back(static_cast<double>(pl.time_whole) + pl.time_nanos / 1e9);
+      fraction = fraction || pl.time_nanos != 0;
+    }
+  }
+  std::string why;
+  time_unit_ns_ = guess_time_unit(times, fraction, &why);
+  if (time_unit_ns_ != 1000000000)
+    fprintf(err_, "%s: %s: time unit guessed: %s (%s; --time-unit sets it)\n", prog, display_name(input),
+            time_unit_name(time_unit_ns_), why.c_str());
   return true;
 }
 
@@ -220,7 +263,9 @@ bool converter::convert_lines(input_stream *in, const std::string &input) {
   bool show_progress = tool_progress_wanted() && (in->raw_size() == 0 || in->raw_size() > (64u << 20));
   while ((rc = lines.next(&line)) == 1) {
     pl = parsed_line{};
-    line_kind kind = blkparse_ ? blkparse_->parse(line, &pl, &what) : columns_->parse(line, &pl, &what);
+    line_kind kind = blkparse_   ? blkparse_->parse(line, &pl, &what)
+                     : biosnoop_ ? biosnoop_->parse(line, &pl, &what)
+                                 : columns_->parse(line, &pl, &what);
     if (!take(kind, pl, what, input, lines.line_number()))
       return false;
     if (show_progress && (lines.line_number() & 0xfffff) == 0)
@@ -265,7 +310,7 @@ bool converter::convert_input(size_t index) {
   }
   if (format_ == nullptr && !choose_format(input, in.get()))
     return false;
-  if (blkparse_ || columns_)
+  if (blkparse_ || biosnoop_ || columns_)
     return convert_lines(in.get(), input);
   std::string what;
   std::unique_ptr<record_source> records;

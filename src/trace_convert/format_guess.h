@@ -16,3 +16,13 @@ constexpr size_t format_guess_bytes = 64 << 10;
 // fits.  The generic "csv" format is never guessed: its columns must be
 // given.
 const format_preset *guess_trace_format(std::string_view head);
+
+// The unit, in nanoseconds, of the first times of a trace whose format
+// says seconds: by their magnitude when they look like a clock since 1970
+// in ms, us or ns, else by their steps (over 16 of them, a median step of
+// over a minute is a smaller unit).  Times with a fraction stay seconds, as does anything
+// less clear; `why` says what decided.
+uint64_t guess_time_unit(const std::vector<double> &times, bool has_fraction, std::string *why);
+
+// The unit's name for --time-unit ("ms", "us", ...).
+const char *time_unit_name(uint64_t unit_ns);

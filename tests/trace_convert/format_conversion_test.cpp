@@ -105,6 +105,13 @@ std::string zstd_of(const std::string &data) {
 
 const std::string oracle_trace = oracle(10, 100, 4096, 2) + oracle(20, 8, 1000, -1) + oracle(700, 100, 512, -1);
 
+const std::string twenty_reads = [] {
+  std::string s;
+  for (int i = 0; i < 20; ++i)
+    s += "253 0 7 1\n";
+  return s;
+}();
+
 const std::string long_name_map = std::string(246, 'n') + " 253 0 1\n";
 
 const std::string good_csv = "1538323200,8,16,0,1058\n";
@@ -198,6 +205,40 @@ const conversion_case cases[] = {
     // Operations read (12) and get (1) are reads, write (13) is not.
     {"lcs version 2", {}, "t.lcs", lcs_header(2) + lcs2(1, 5, 4096, 12) + lcs2(1, 6, 512, 13) + lcs2(2, 9, 512, 1),
      "253 0 5 8\n253 0 9 1\n", "t 253 0 13\n", "format guessed: lcs"},
+    // Optional columns found by the header; a process name with a blank.
+    {"biosnoop", {}, "b.txt",
+     "TIME(s)     COMM           PID    DISK    T SECTOR     BYTES  QUE(ms) LAT(ms)\n"
+     "0.000000    fio            4242   sdb     R 2048       4096      0.01    0.12\n"
+     "0.500000    Web Content    4243   sdb     W 0          512       0.01    0.10\n"
+     "700.250000  kworker/0:1    12     8:16    RA 100       1024      0.02    0.30\n",
+     "253 0 2048 8\n0 0 0 0\n8 16 100 2\n", "sdb 253 0 2056\n8:16 8 16 102\n", "format guessed: biosnoop"},
+    {"biosnoop without header", {"-f", "biosnoop"}, "b.txt", "1.5 dd 7 sda R 8 512 0.05\n", "253 0 8 1\n",
+     "sda 253 0 9\n", "reads kept: 1"},
+    // As tools/zrtrace-reads.bt prints: MAJ:MIN disks, rwbs flags.
+    {"bpftrace script", {}, "r.txt",
+     "TIME(s)      COMM             PID     DISK      T    SECTOR       BYTES    LAT(ms)\n"
+     "1.000250 dd               4711    8:16      RS   2048         4096     0\n"
+     "1.000300 jbd2/sda1-8      300     8:0       WS   8            4096     0\n",
+     "8 16 2048 8\n", "8:16 8 16 2056\n", "format guessed: biosnoop"},
+    {"fiu", {}, "f.blkparse", "89615407542373 4342 syslogd 904265560 8 W 6 0 531e779\n"
+     "89615407642373 4342 cat 1000 8 R 6 0 0aa9\n", "253 0 1000 8\n", "6_0 253 0 1008\n", "format guessed: fiu"},
+    {"spc", {}, "Financial1.spc", "0,303567,3584,w,0.000000\n1,20941264,8192,r,0.551706\n1,20941280,512,R,700.0\n",
+     "253 0 20941264 16\n0 0 0 0\n253 0 20941280 1\n", "asu1 253 0 20941281\n", "format guessed: spc"},
+    // Microseconds since 1970 where the format says seconds.
+    {"cloudphysics, microseconds", {}, "cp.csv",
+     "version,time,op,size,lbn\n1,1412051163000000,28,4096,10\n1,1412051163500000,28,512,20\n"
+     "1,1412051764000000,28,512,30\n",
+     "253 0 10 8\n253 0 20 1\n0 0 0 0\n253 0 30 1\n", "cp 253 0 31\n", "time unit guessed: us"},
+    // 20 reads 2 s apart: 2,000,000 s in seconds.
+    {"cloudphysics, relative microseconds", {}, "cp.csv",
+     [] {
+       std::string s = "version,time,op,size,lbn\n";
+       for (int i = 0; i < 20; ++i)
+         s += "1," + std::to_string(i * 2000000) + ",28,512,7\n";
+       return s;
+     }(),
+     twenty_reads.c_str(),
+     "cp 253 0 8\n", "time unit guessed: us (the median step"},
     // Inputs refused or passed over.
     {"lcs version", {"-f", "lcs"}, "IN", lcs_header(9) + lcs2(1, 5, 4096, 12), "", "",
      "zrtrace: IN: lcs version 9, known are 1 to 8", 1},
