@@ -10,12 +10,9 @@
 #include <sys/stat.h>
 
 #include "common/tool_cli.h"
-#include "trace_convert/biosnoop_format.h"
-#include "trace_convert/blkparse_format.h"
 #include "trace_convert/blktrace_source.h"
-#include "trace_convert/column_format.h"
 #include "trace_convert/fixed_records.h"
-#include "trace_convert/format_guess.h"
+#include "trace_convert/format_choice.h"
 #include "trace_convert/input_stream.h"
 #include "trace_convert/line_reader.h"
 #include "trace_convert/output_dir.h"
@@ -38,8 +35,6 @@ std::string input_stem(const std::string &path) {
   return name.empty() ? "trace" : name;
 }
 
-const char *display_name(const std::string &input) { return input == "-" ? "(standard input)" : input.c_str(); }
-
 bool exists(const std::string &path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0;
@@ -51,20 +46,12 @@ public:
   int run(conversion_summary *summary);
 
 private:
-  bool choose_format(const std::string &input, input_stream *in);
   bool take(line_kind kind, const parsed_line &pl, const std::string &what, const std::string &input,
             uint64_t number);
   bool convert_input(size_t index);
   bool convert_lines(input_stream *in, const std::string &input);
   bool convert_records(record_source *records);
   void progress(const input_stream &in, const std::string &input);
-  bool guess_unit(const std::string &input, input_stream *in);
-  bool unit_given() const {
-    for (const auto &setting : o_.column_settings)
-      if (setting.first == "time-unit")
-        return true;
-    return false;
-  }
   // --offset-unit bytes, for the binary formats whose records hold an id.
   bool ids_in_bytes() const {
     for (const auto &[option, value] : o_.column_settings)
@@ -78,15 +65,11 @@ private:
   FILE *err_;
   // The inputs, a blktrace base name replaced by its per-CPU files.
   std::vector<std::string> inputs_;
-  bool cpu_files_ = false; // some came from a base name
-  const format_preset *format_ = nullptr;
-  std::unique_ptr<blkparse_format> blkparse_;
-  std::unique_ptr<biosnoop_format> biosnoop_;
-  std::unique_ptr<column_format> columns_;
+  size_t cpu_files_ = 0; // of them, those named by a base name
+  chosen_format chosen_;
   std::unique_ptr<device_registry> devices_;
   std::unique_ptr<interval_writer> writer_;
   output_dir out_;
-  uint64_t time_unit_ns_ = 1000000000;
   bool have_base_ = false;
   int64_t base_whole_ = 0;
   bool have_read_time_ = false;
@@ -99,87 +82,15 @@ private:
   bool progress_shown_ = false;
 };
 
-bool converter::choose_format(const std::string &input, input_stream *in) {
-  if (!o_.format.empty() || cpu_files_) {
-    format_ = find_trace_format(cpu_files_ && o_.format.empty() ? "blktrace" : o_.format);
-    if (cpu_files_ && o_.format.empty())
-      fprintf(err_, "%s: format: blktrace, %zu per-CPU files\n", prog, inputs_.size());
-  } else {
-    std::string_view head;
-    if (!in->peek(format_guess_bytes, &head)) {
-      fprintf(err_, "%s: %s\n", prog, in->error().c_str());
-      return false;
-    }
-    format_ = guess_trace_format(head);
-    if (format_ == nullptr) {
-      fprintf(err_, "%s: %s: cannot tell the format from the first lines; give --format\n", prog,
-              display_name(input));
-      return false;
-    }
-    fprintf(err_, "%s: %s: format guessed: %s\n", prog, display_name(input), format_->name);
-  }
-  if (format_->family == trace_family::blkparse) {
-    blkparse_ = std::make_unique<blkparse_format>(o_.event);
-  } else if (format_->family == trace_family::biosnoop) {
-    biosnoop_ = std::make_unique<biosnoop_format>();
-  } else if (format_->family == trace_family::columns) {
-    column_layout layout = format_->layout;
-    std::string what;
-    for (const auto &[option, value] : o_.column_settings)
-      apply_column_setting(&layout, option, value, &what);
-    columns_ = std::make_unique<column_format>(layout);
-    if (!columns_->check(&what)) {
-      fprintf(err_, "%s: format %s: %s\n", prog, format_->name, what.c_str());
-      return false;
-    }
-    time_unit_ns_ = layout.time_unit_ns;
-    if (!unit_given() && layout.time.given() && time_unit_ns_ == 1000000000 && !guess_unit(input, in))
-      return false;
-  }
-  devices_ = std::make_unique<device_registry>(o_.major, input_stem(o_.inputs.front()), format_->device_prefix);
-  writer_ = std::make_unique<interval_writer>(o_.intervals, devices_.get(),
-                                              [this](std::string_view text) { return out_.write_out(text); });
-  return true;
-}
-
-// A trace in seconds by its format may hold ms or us: the first lines'
-// times tell, and the unit chosen is printed.
-bool converter::guess_unit(const std::string &input, input_stream *in) {
-  std::string_view head;
-  if (!in->peek(format_guess_bytes, &head)) {
-    fprintf(err_, "%s: %s\n", prog, in->error().c_str());
-    return false;
-  }
-  column_format sample(columns_->layout());
-  sample.start_input();
-  std::vector<double> times;
-  bool fraction = false;
-  std::string what;
-  for (size_t at = 0, end; at < head.size() && times.size() < 64; at = end + 1) {
-    end = std::min(head.find('\n', at), head.size());
-    parsed_line pl;
-    if (sample.parse(head.substr(at, end - at), &pl, &what) != line_kind::bad && pl.has_time) {
-      times.push_back(static_cast<double>(pl.time_whole) + pl.time_nanos / 1e9);
-      fraction = fraction || pl.time_nanos != 0;
-    }
-  }
-  std::string why;
-  time_unit_ns_ = guess_time_unit(times, fraction, &why);
-  if (time_unit_ns_ != 1000000000)
-    fprintf(err_, "%s: %s: time unit guessed: %s (%s; --time-unit sets it)\n", prog, display_name(input),
-            time_unit_name(time_unit_ns_), why.c_str());
-  return true;
-}
-
 bool converter::time_to_ns(const parsed_line &pl, int64_t *ns) const {
   // Times are kept relative to the first line's, in nanoseconds: absolute
   // ones in 100 ns ticks would not fit in 64 bits.
   int64_t whole = pl.time_whole - base_whole_;
-  int64_t limit = INT64_MAX / 4 / static_cast<int64_t>(time_unit_ns_);
+  int64_t limit = INT64_MAX / 4 / static_cast<int64_t>(chosen_.time_unit_ns);
   if (whole > limit || whole < -limit)
     return false;
-  *ns = whole * static_cast<int64_t>(time_unit_ns_) +
-        static_cast<int64_t>(static_cast<uint64_t>(pl.time_nanos) * time_unit_ns_ / 1000000000u);
+  *ns = whole * static_cast<int64_t>(chosen_.time_unit_ns) +
+        static_cast<int64_t>(static_cast<uint64_t>(pl.time_nanos) * chosen_.time_unit_ns / 1000000000u);
   return true;
 }
 
@@ -203,7 +114,7 @@ bool converter::take(line_kind kind, const parsed_line &pl, const std::string &p
       ++skipped_[skip_bad];
       return true;
     }
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input), static_cast<unsigned long long>(number),
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, input_display_name(input), static_cast<unsigned long long>(number),
             what->c_str());
     return false;
   }
@@ -218,8 +129,8 @@ bool converter::take(line_kind kind, const parsed_line &pl, const std::string &p
       fprintf(err_,
               "%s: %s:%llu: read %.3f s away from the read at %s:%llu, more than --max-gap %lld s: a clock "
               "far off, or captures joined? (--max-gap 0 allows any gap)\n",
-              prog, display_name(input), static_cast<unsigned long long>(number),
-              static_cast<double>(t - last_read_time_) / 1e9, display_name(last_read_input_),
+              prog, input_display_name(input), static_cast<unsigned long long>(number),
+              static_cast<double>(t - last_read_time_) / 1e9, input_display_name(last_read_input_),
               static_cast<unsigned long long>(last_read_number_), static_cast<long long>(o_.max_gap_ns / 1000000000));
       return false;
     }
@@ -258,14 +169,12 @@ bool converter::convert_lines(input_stream *in, const std::string &input) {
   parsed_line pl;
   std::string what;
   int rc;
-  if (columns_)
-    columns_->start_input();
+  if (chosen_.columns)
+    chosen_.columns->start_input();
   bool show_progress = tool_progress_wanted() && (in->raw_size() == 0 || in->raw_size() > (64u << 20));
   while ((rc = lines.next(&line)) == 1) {
     pl = parsed_line{};
-    line_kind kind = blkparse_   ? blkparse_->parse(line, &pl, &what)
-                     : biosnoop_ ? biosnoop_->parse(line, &pl, &what)
-                                 : columns_->parse(line, &pl, &what);
+    line_kind kind = chosen_.parse(line, &pl, &what);
     if (!take(kind, pl, what, input, lines.line_number()))
       return false;
     if (show_progress && (lines.line_number() & 0xfffff) == 0)
@@ -276,7 +185,7 @@ bool converter::convert_lines(input_stream *in, const std::string &input) {
     progress_shown_ = false;
   }
   if (rc < 0) {
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(input),
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, input_display_name(input),
             static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
     return false;
   }
@@ -292,7 +201,7 @@ bool converter::convert_records(record_source *records) {
     if (!take(kind, pl, what, records->input(), records->number()))
       return false;
   if (rc < 0) {
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, display_name(records->input()),
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, input_display_name(records->input()),
             static_cast<unsigned long long>(records->number()), what.c_str());
     return false;
   }
@@ -308,18 +217,24 @@ bool converter::convert_input(size_t index) {
     fprintf(err_, "%s: %s\n", prog, in->error().c_str());
     return false;
   }
-  if (format_ == nullptr && !choose_format(input, in.get()))
-    return false;
-  if (blkparse_ || biosnoop_ || columns_)
+  if (chosen_.format == nullptr) {
+    if (!choose_format(o_, cpu_files_, input, in.get(), err_, &chosen_))
+      return false;
+    devices_ = std::make_unique<device_registry>(o_.major, input_stem(o_.inputs.front()),
+                                                 chosen_.format->device_prefix);
+    writer_ = std::make_unique<interval_writer>(o_.intervals, devices_.get(),
+                                                [this](std::string_view text) { return out_.write_out(text); });
+  }
+  if (chosen_.text())
     return convert_lines(in.get(), input);
   std::string what;
   std::unique_ptr<record_source> records;
-  if (format_->family == trace_family::blktrace) {
+  if (chosen_.format->family == trace_family::blktrace) {
     std::vector<std::string> files(inputs_.begin() + static_cast<ptrdiff_t>(index), inputs_.end());
     records = open_blktrace(files, o_.event[0], std::move(in), &what);
   } else {
-    fixed_layout layout = format_->family == trace_family::vscsi           ? fixed_layout::vscsi
-                          : format_->family == trace_family::oracle_general ? fixed_layout::oracle_general
+    fixed_layout layout = chosen_.format->family == trace_family::vscsi           ? fixed_layout::vscsi
+                          : chosen_.format->family == trace_family::oracle_general ? fixed_layout::oracle_general
                                                                             : fixed_layout::lcs;
     records = open_fixed_records(layout, std::move(in), input, ids_in_bytes(), &what);
   }
@@ -327,10 +242,10 @@ bool converter::convert_input(size_t index) {
     fprintf(err_, "%s: %s\n", prog, what.c_str());
     return false;
   }
-  time_unit_ns_ = records->time_unit_ns();
+  chosen_.time_unit_ns = records->time_unit_ns();
   if (!records->has_operation())
     fprintf(err_, "%s: %s: the records have no operation: every record is taken as a read\n", prog,
-            display_name(input));
+            input_display_name(input));
   return convert_records(records.get());
 }
 
@@ -339,7 +254,7 @@ int converter::run(conversion_summary *summary) {
     std::vector<std::string> files;
     if (input != "-" && !exists(input) && !(files = blktrace_cpu_files(input)).empty()) {
       inputs_.insert(inputs_.end(), files.begin(), files.end());
-      cpu_files_ = true;
+      cpu_files_ += files.size();
     } else {
       inputs_.push_back(input);
     }
@@ -351,7 +266,7 @@ int converter::run(conversion_summary *summary) {
   for (size_t i = 0; i < inputs_.size(); ++i) {
     if (!convert_input(i))
       return TOOL_EXIT_BAD_INPUT;
-    if (format_->family == trace_family::blktrace)
+    if (chosen_.format->family == trace_family::blktrace)
       break;
   }
   if (!writer_->finish()) {

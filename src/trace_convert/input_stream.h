@@ -10,6 +10,11 @@
 #include <sys/types.h>
 #include <vector>
 
+// How messages name an input: "-" is "(standard input)".
+inline const char *input_display_name(const std::string &path) {
+  return path == "-" ? "(standard input)" : path.c_str();
+}
+
 enum class input_compression { none, gzip, zstd };
 
 class input_stream {
