@@ -61,6 +61,36 @@ TEST_P(output_commit, puts_both_files_in_place_or_neither) {
 INSTANTIATE_TEST_SUITE_P(cases, output_commit, testing::ValuesIn(commit_cases),
                          [](const auto &info) { return test_name_of(info.param.name); });
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZRTRACE_SANITIZED 1
+#endif
+
+// From too little address space to enough (RLIMIT_AS, set by a shell that
+// then runs the converter in its place), a run ends by exit: 0, or 1 with a
+// message, "out of memory" among them, and never a new directory or a
+// temporary file left behind.
+TEST(output_commit, running_out_of_memory_is_status_1_and_leaves_nothing) {
+#ifdef ZRTRACE_SANITIZED
+  GTEST_SKIP() << "a sanitizer runtime cannot start under a small RLIMIT_AS";
+#endif
+  scoped_temp_dir dir;
+  dir.write("in.trace", good_ascii + good_ascii);
+  bool out_of_memory = false, converted = false;
+  for (long limit_kb = 4096; limit_kb <= 256 * 1024 && !converted; limit_kb += 2048) {
+    run_result r = run_program("/bin/sh", {"-c", "ulimit -v " + std::to_string(limit_kb) + " && exec \"$0\" \"$@\"",
+                                           ZRTRACE_BIN, "-f", "ascii", dir.file("in.trace"), dir.file("new")});
+    SCOPED_TRACE(std::to_string(limit_kb) + " kB: " + r.err);
+    ASSERT_EQ(0, r.signal);
+    converted = r.exit_status == 0;
+    if (r.exit_status == 1) {
+      out_of_memory = out_of_memory || r.err.find("zrtrace: out of memory") != std::string::npos;
+      EXPECT_EQ(1, strays(dir.path())) << "only the input";
+    }
+  }
+  EXPECT_TRUE(out_of_memory);
+  EXPECT_TRUE(converted);
+}
+
 TEST(output_commit, lost_standard_output_is_status_1) {
   for (const char *option : {"--help", "--version"}) {
     run_result r = run_program("/bin/sh", {"-c", std::string(ZRTRACE_BIN) + " " + option + " >/dev/full"});
