@@ -74,7 +74,6 @@ private:
   int64_t base_whole_ = 0;
   bool have_read_time_ = false;
   int64_t last_read_time_ = 0; // of the last timed read, for the gap guard
-  const std::string *last_input_seen_ = nullptr;
   std::string last_read_input_; // and where that read is
   uint64_t last_read_number_ = 0;
   uint64_t skipped_[skip_cause_count] = {};
@@ -136,10 +135,8 @@ bool converter::take(line_kind kind, const parsed_line &pl, const std::string &p
     }
     have_read_time_ = true;
     last_read_time_ = t;
-    if (&input != last_input_seen_) {
-      last_input_seen_ = &input;
+    if (last_read_input_ != input)
       last_read_input_ = input;
-    }
     last_read_number_ = number;
   }
   uint32_t id = devices_->find_or_add(pl.device);

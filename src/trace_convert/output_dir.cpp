@@ -17,8 +17,8 @@ namespace {
 
 // The deepest directory of `path` (itself included) that exists.
 std::string existing_ancestor(const std::string &path) {
-  std::filesystem::path p = std::filesystem::absolute(path).lexically_normal();
   std::error_code ec;
+  std::filesystem::path p = std::filesystem::absolute(path, ec).lexically_normal();
   while (!std::filesystem::is_directory(p, ec) && p.has_relative_path())
     p = p.parent_path();
   return p.string();
