@@ -28,7 +28,7 @@ public:
     }
     order_ = blktrace_magic_order(head);
     if (order_ == blktrace_order::unknown && !head.empty()) {
-      *what = display() + ": not a blktrace capture (no blktrace magic at its start)";
+      *what = std::string(input_display_name(path_)) + ": not a blktrace capture (no blktrace magic at its start)";
       return false;
     }
     return true;
@@ -58,8 +58,6 @@ public:
   uint64_t number() const { return number_; }
 
 private:
-  std::string display() const { return path_ == "-" ? "(standard input)" : path_; }
-
   static int fail(std::string *what, const char *why) {
     *what = why;
     return -1;

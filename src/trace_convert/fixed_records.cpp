@@ -59,7 +59,7 @@ public:
       version_ = head.size() >= vscsi2_size ? vscsi_version(bytes(head)) : 1;
       size_ = version_ == 2 ? vscsi2_size : vscsi1_size;
       if (version_ == 0)
-        *what = display() + ": no vscsi version (1 or 2) in the first record";
+        *what = std::string(input_display_name(input_)) + ": no vscsi version (1 or 2) in the first record";
       return version_ != 0;
     }
     if (layout_ == fixed_layout::oracle_general) {
@@ -68,12 +68,14 @@ public:
     }
     if (head.size() < lcs_header_size || le(bytes(head), 8) != lcs_magic ||
         le(bytes(head) + lcs_header_size - 8, 8) != lcs_magic) {
-      *what = display() + ": not an lcs trace (its 8192-byte header lacks the magic numbers)";
+      *what = std::string(input_display_name(input_)) +
+              ": not an lcs trace (its 8192-byte header lacks the magic numbers)";
       return false;
     }
     uint64_t version = le(bytes(head) + 8, 8);
     if (version == 0 || version >= std::size(lcs_record_sizes)) {
-      *what = display() + ": lcs version " + std::to_string(version) + ", known are 1 to 8";
+      *what = std::string(input_display_name(input_)) + ": lcs version " + std::to_string(version) +
+              ", known are 1 to 8";
       return false;
     }
     version_ = static_cast<int>(version);
@@ -106,8 +108,6 @@ public:
   uint64_t time_unit_ns() const override { return layout_ == fixed_layout::vscsi ? 1000 : 1000000000; }
 
 private:
-  std::string display() const { return input_ == "-" ? "(standard input)" : input_; }
-
   line_kind decode(const unsigned char *p, parsed_line *out, std::string *what) {
     out->has_time = true;
     out->time_nanos = 0;

@@ -42,7 +42,8 @@ std::string binary_bytes() {
 }
 
 // Little-endian blktrace records: {time ns, action, device, sector, bytes, payload}.
-std::string blktrace_bytes(std::vector<std::tuple<uint64_t, uint32_t, uint32_t, uint64_t, uint32_t, std::string>> records) {
+using blktrace_fields = std::tuple<uint64_t, uint32_t, uint32_t, uint64_t, uint32_t, std::string>;
+std::string blktrace_bytes(std::vector<blktrace_fields> records) {
   std::string s;
   for (const auto &[time, action, device, sector, bytes, payload] : records) {
     blktrace_event e;
