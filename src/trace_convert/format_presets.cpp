@@ -33,9 +33,9 @@ std::vector<format_preset> make_formats() {
   const char blank = blank_separator;
   return {
       {"blkparse", "blkparse's default text output", trace_family::blkparse, {}, ""},
-      {"biosnoop", "biosnoop-bpfcc's text, or tools/zrtrace-reads.bt's (TIME(s) COMM PID DISK T SECTOR ...)",
+      {"biosnoop", "biosnoop-bpfcc's text, or that of tools/zrtrace-reads.bt",
        trace_family::biosnoop, {}, ""},
-      {"blktrace", "raw blktrace capture: per-CPU files (give NAME of NAME.blktrace.N) or a stream",
+      {"blktrace", "raw blktrace capture: NAME of NAME.blktrace.N, files or a stream",
        trace_family::blktrace, {}, ""},
       {"vscsi", "CloudPhysics vscsi binary records (versions 1 and 2)", trace_family::vscsi, {}, ""},
       {"oracleGeneral", "24-byte oracleGeneral records (time, object id, size, next access)",
@@ -57,7 +57,7 @@ std::vector<format_preset> make_formats() {
       {"ascii", "ASCII trace (arrival_ns device sector size type, type 1 a read)", trace_family::columns,
        layout(blank, false, 0, ns, {col(1)}, 2, sectors, 3, sectors, 4, {"1"}), "dev"},
       // time_ns pid process sector sectors W/R major minor hash.
-      {"fiu", "FIU SRCMap/IODedup (time_ns pid process sector sectors W/R major minor hash)", trace_family::columns,
+      {"fiu", "FIU traces (time_ns pid process sector sectors W/R major minor hash)", trace_family::columns,
        layout(blank, false, 0, ns, {col(6), col(7)}, 3, sectors, 4, sectors, 5, {"R", "r"}), "dev"},
       // ASU,LBA,size,opcode,timestamp: LBA in 512-byte blocks, size in bytes.
       {"spc", "UMass/SPC CSV (ASU,LBA,size,opcode,timestamp)", trace_family::columns,
