@@ -1,6 +1,6 @@
 // Raw blktrace captures written here from the kernel's record layout
 // (several CPUs with one missing, both byte orders, notify and message
-// records, payload bytes) convert exactly as the real blkparse's text of
+// records, payload bytes, passthrough requests and reads of under a sector) convert exactly as the real blkparse's text of
 // the same records does: the same out and device_map, byte for byte.
 
 #include <gtest/gtest.h>
@@ -30,8 +30,9 @@ std::vector<record> make_capture(unsigned seed, int count) {
   const uint32_t actions[] = {BLK_TA_QUEUE, BLK_TA_ISSUE, BLK_TA_COMPLETE, BLK_TA_BACKMERGE, BLK_TA_GETRQ,
                               BLK_TA_INSERT, BLK_TA_PLUG};
   const uint32_t flags[] = {BLK_TC_READ, BLK_TC_WRITE, BLK_TC_READ | BLK_TC_AHEAD, BLK_TC_READ | BLK_TC_SYNC,
-                            BLK_TC_WRITE | BLK_TC_SYNC, BLK_TC_DISCARD, BLK_TC_READ | BLK_TC_META};
-  const uint32_t sizes[] = {4096, 65536, 512, 8192, 0, 1536, 131072};
+                            BLK_TC_WRITE | BLK_TC_SYNC, BLK_TC_DISCARD, BLK_TC_READ | BLK_TC_META,
+                            BLK_TC_READ | BLK_TC_PC};
+  const uint32_t sizes[] = {4096, 65536, 512, 256, 0, 1536, 131072};
   uint32_t sequence[4] = {};
   uint64_t time = 5000000000ULL;
   std::vector<record> capture;
@@ -54,10 +55,12 @@ std::vector<record> make_capture(unsigned seed, int count) {
       e.action = BLK_TN_MESSAGE;
       r.payload = "checkpoint " + std::to_string(i);
     } else {
-      e.action = actions[pick(7)] | BLK_TC_ACT(flags[pick(7)]);
+      e.action = actions[pick(7)] | BLK_TC_ACT(flags[pick(8)]);
       e.sector = pick(1u << 30);
       e.bytes = (e.action & 0xffff) == __BLK_TA_PLUG ? 0 : sizes[pick(7)];
-      if (pick(4) == 0)
+      if ((e.action & BLK_TC_ACT(BLK_TC_PC)) != 0)
+        r.payload = std::string("\x12\x01\x00\x00\xfe\x00", 6); // the command
+      else if (pick(4) == 0)
         r.payload = std::string(pick(40), static_cast<char>(pick(256)));
     }
     e.pdu_len = static_cast<uint16_t>(r.payload.size());
@@ -95,7 +98,7 @@ TEST_P(blktrace_capture, converts_as_blkparse_text_of_it) {
   if (system("command -v blkparse >/dev/null 2>&1") != 0)
     GTEST_SKIP() << "blkparse is not installed (Debian package blktrace)";
   scoped_temp_dir dir;
-  std::vector<record> capture = make_capture(22, 400);
+  std::vector<record> capture = make_capture(22, 600);
   std::string sorted, files[4], stream;
   for (const record &r : capture) {
     sorted += encode(r, c.order);
