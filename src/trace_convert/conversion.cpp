@@ -77,6 +77,7 @@ private:
   std::string last_read_input_; // and where that read is
   uint64_t last_read_number_ = 0;
   uint64_t skipped_[skip_cause_count] = {};
+  bool no_operation_ = false; // records without one were all kept
   time_t last_progress_ = 0;
   bool progress_shown_ = false;
 };
@@ -240,9 +241,7 @@ bool converter::convert_input(size_t index) {
     return false;
   }
   chosen_.time_unit_ns = records->time_unit_ns();
-  if (!records->has_operation())
-    fprintf(err_, "%s: %s: the records have no operation: every record is taken as a read\n", prog,
-            input_display_name(input));
+  no_operation_ = no_operation_ || !records->has_operation();
   return convert_records(records.get());
 }
 
@@ -305,6 +304,7 @@ int converter::run(conversion_summary *summary) {
   summary->span_seconds = static_cast<double>(writer_->latest() - writer_->earliest()) / 1e9;
   summary->time_scale = o_.intervals.time_scale;
   summary->reads_per_interval = o_.intervals.reads_per_interval;
+  summary->no_operation = no_operation_;
   return TOOL_EXIT_OK;
 }
 

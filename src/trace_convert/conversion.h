@@ -21,6 +21,7 @@ struct conversion_summary {
   double span_seconds = 0;   // latest minus earliest line, in trace time
   double time_scale = 1.0;
   uint64_t reads_per_interval = 0;
+  bool no_operation = false;     // the records had none: every one was kept
   uint64_t numbered_devices = 0; // with a MAJ:MIN of their own, not looked up in /sys
 };
 

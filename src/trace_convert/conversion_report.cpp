@@ -33,7 +33,8 @@ std::string device_map_line(const device_entry &d, FILE *err) {
 }
 
 void print_summary(const conversion_summary &s, FILE *err) {
-  fprintf(err, "%s: reads kept: %llu\n", prog, static_cast<unsigned long long>(s.reads_kept));
+  fprintf(err, "%s: reads kept: %llu%s\n", prog, static_cast<unsigned long long>(s.reads_kept),
+          s.no_operation ? " (the records have no operation: every record is taken as a read)" : "");
   uint64_t total = 0;
   std::string causes;
   for (int i = 0; i < skip_cause_count; ++i) {
