@@ -1,8 +1,9 @@
 // The trace converter on a fuzzed input file in every format it knows.
 //
-// Input: a format byte (an index into the known formats; past the end, the
-// format is guessed), a flags byte (bit 0 --skip-bad, bit 1 intervals of
-// three reads), then the trace's bytes.  The output directory already holds
+// Input: a format byte (an index into the known formats, text and binary;
+// past the end, the format is guessed), a flags byte (bit 0 --skip-bad,
+// bit 1 intervals of three reads, bits 2-3 a --time-scale of 1, 1000,
+// 1e12 or 1e300), then the trace's bytes.  The output directory already holds
 // a trace, and --force is given.
 //
 // Whatever the bytes: a conversion that succeeds leaves an "out" of lines of
@@ -138,6 +139,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   options.skip_bad = (data[1] & 1) != 0;
   if ((data[1] & 2) != 0)
     options.intervals.reads_per_interval = 3;
+  const double scales[] = {1, 1000, 1e12, 1e300};
+  options.intervals.time_scale = scales[(data[1] >> 2) & 3];
   options.sysfs_root.clear(); // never this machine's devices
   // A small reordering window, so that reads too late for it are met too.
   options.intervals.reorder_window = 16;

@@ -95,7 +95,7 @@ for f in "$traces"/*.csv "$traces"/*.trace; do
   [[ -f $f ]] || continue
   name=$(basename "$f")
   convert_seed "$name.guess" 255 0 "$f"
-  for i in 0 1 2 3 4 5 6 7 8; do convert_seed "$name.$i" "$i" 1 "$f"; done
+  for i in 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15; do convert_seed "$name.$i" "$i" 1 "$f"; done
 done
 printf '%s\n' "  8,0    1        1     0.000000000  4242  Q   R 2048 + 8 [fio]" \
   "  8,0    1        2     0.000010000  4242  C   R 2048 + 8 [fio]" \
@@ -103,6 +103,24 @@ printf '%s\n' "  8,0    1        1     0.000000000  4242  Q   R 2048 + 8 [fio]" 
   "CPU0 (8,0):" " Reads Queued:           1,        4KiB" >"$seeds/blkparse.txt"
 convert_seed blkparse 255 0 "$seeds/blkparse.txt"
 rm "$seeds/blkparse.txt"
+# A raw blktrace capture: a queued read, a message with its text, an issued
+# write 700 s later, as the kernel's little-endian records.
+python3 - "$seeds/trace_convert_fuzz" <<'PY'
+import struct, sys
+def rec(seq, t, sector, nbytes, action, pdu=b""):
+    return struct.pack("<IIQQIIIIIHH", 0x65617407, seq, t, sector, nbytes, action, 42, 8 << 20 | 16, 0, 0,
+                       len(pdu)) + pdu
+cap = rec(1, 10**9, 2048, 4096, 0x110001) + rec(2, 2 * 10**9, 0, 0, 0x4000002, b"hi") + rec(3, 7 * 10**11, 64, 512, 0x420007)
+open(sys.argv[1] + "/blktrace", "wb").write(b"\xff\x00" + cap)
+# vscsi version 2, oracleGeneral and lcs version 2 records, little-endian.
+v2 = lambda cmd, ln, lbn, ts: struct.pack("<HHIIIQQQ", cmd, 0x200, 1, ln, 1, lbn, ts, 5)
+open(sys.argv[1] + "/vscsi", "wb").write(b"\xff\x04" + v2(0x28, 4096, 100, 10**6) + v2(0x88, 512, 7, 601 * 10**6))
+og = lambda t, i, s, n: struct.pack("<IQIq", t, i, s, n)
+open(sys.argv[1] + "/oracleGeneral", "wb").write(b"\xff\x00" + og(10, 100, 4096, 2) + og(20, 8, 1000, -1))
+lcs = struct.pack("<QQ", 0x123456789abcdef0, 2).ljust(8184, b"\0") + struct.pack("<Q", 0x123456789abcdef0)
+l2 = lambda t, i, s, op: struct.pack("<IQIIq", t, i, s, op, -1)
+open(sys.argv[1] + "/lcs", "wb").write(b"\xff\x00" + lcs + l2(1, 5, 4096, 12) + l2(1, 6, 512, 13))
+PY
 
 # Driver answers: little-endian binary records, as the targets' comments
 # lay them out.

@@ -16,6 +16,7 @@ packages=(
   nlohmann-json3-dev               # --json output of the companion tools
   mandoc                           # man page lint test
   libxml2-utils                    # xmllint, which checks zrcurve's SVG in the tests
+  linux-libc-dev blktrace          # blktrace_api.h for zrtrace; blkparse, which its test compares with
   dpkg-dev file                    # hardening flags; the package (cpack: shlibdeps, strip)
   lintian                          # the package test
   prometheus-node-exporter         # the Prometheus scrape test

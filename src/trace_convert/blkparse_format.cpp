@@ -45,6 +45,13 @@ line_kind blkparse_format::parse(std::string_view line, parsed_line *out, std::s
     return line_kind::skipped;
   }
   if (n < 10 || f[8] != "+") {
+    // blkparse leaves the range out for less than a sector and prints a
+    // passthrough (pc) request's bytes and command instead; such a line
+    // still ends in its "[process]".  A line without one is cut short.
+    if (line.find(" [") != std::string_view::npos) {
+      out->cause = skip_other_event;
+      return line_kind::skipped;
+    }
     *what = "a read event without \"sector + count\"";
     return line_kind::bad;
   }

@@ -16,7 +16,8 @@ public:
   explicit blkparse_format(std::string_view action) : action_(action) {}
 
   // Parses one line.  Lines that are not events (blkparse's closing
-  // summary, blank lines) and events of other actions or of writes are
+  // summary, blank lines), events of other actions or of writes, and reads
+  // without a sector range (passthrough requests, less than a sector) are
   // skipped with their cause.  A malformed event line is bad: *what says
   // what is wrong.  Times are in seconds.
   line_kind parse(std::string_view line, parsed_line *out, std::string *what) const;

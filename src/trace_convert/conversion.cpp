@@ -2,14 +2,17 @@
 
 #include "trace_convert/conversion.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
+#include <sys/stat.h>
 
 #include "common/tool_cli.h"
-#include "trace_convert/blkparse_format.h"
-#include "trace_convert/column_format.h"
-#include "trace_convert/format_guess.h"
+#include "trace_convert/blktrace_source.h"
+#include "trace_convert/fixed_records.h"
+#include "trace_convert/format_choice.h"
 #include "trace_convert/input_stream.h"
 #include "trace_convert/line_reader.h"
 #include "trace_convert/output_dir.h"
@@ -32,83 +35,68 @@ std::string input_stem(const std::string &path) {
   return name.empty() ? "trace" : name;
 }
 
+bool exists(const std::string &path) {
+  struct stat st;
+  return stat(path.c_str(), &st) == 0;
+}
+
 class converter {
 public:
   converter(const convert_options &o, FILE *err) : o_(o), err_(err) {}
   int run(conversion_summary *summary);
 
 private:
-  bool choose_format(const std::string &input, const std::vector<std::string> &first_lines);
-  bool process(std::string_view line, const std::string &input, uint64_t line_number);
-  bool convert_input(const std::string &input);
+  bool take(line_kind kind, const parsed_line &pl, const std::string &what, const std::string &input,
+            uint64_t number);
+  bool convert_input(size_t index);
+  bool convert_lines(input_stream *in, const std::string &input);
+  bool convert_records(record_source *records);
   void progress(const input_stream &in, const std::string &input);
+  // --offset-unit bytes, for the binary formats whose records hold an id.
+  bool ids_in_bytes() const {
+    for (const auto &[option, value] : o_.column_settings)
+      if (option == "offset-unit")
+        return value == "bytes";
+    return false;
+  }
   bool time_to_ns(const parsed_line &pl, int64_t *ns) const;
 
   const convert_options &o_;
   FILE *err_;
-  const format_preset *format_ = nullptr;
-  std::unique_ptr<blkparse_format> blkparse_;
-  std::unique_ptr<column_format> columns_;
+  // The inputs, a blktrace base name replaced by its per-CPU files.
+  std::vector<std::string> inputs_;
+  size_t cpu_files_ = 0; // of them, those named by a base name
+  chosen_format chosen_;
   std::unique_ptr<device_registry> devices_;
   std::unique_ptr<interval_writer> writer_;
   output_dir out_;
-  uint64_t time_unit_ns_ = 1000000000;
   bool have_base_ = false;
   int64_t base_whole_ = 0;
+  bool have_read_time_ = false;
+  int64_t last_read_time_ = 0; // of the last timed read, for the gap guard
+  std::string last_read_input_; // and where that read is
+  uint64_t last_read_number_ = 0;
   uint64_t skipped_[skip_cause_count] = {};
+  bool no_operation_ = false; // records without one were all kept
   time_t last_progress_ = 0;
   bool progress_shown_ = false;
 };
-
-bool converter::choose_format(const std::string &input, const std::vector<std::string> &first_lines) {
-  if (!o_.format.empty()) {
-    format_ = find_trace_format(o_.format);
-  } else {
-    format_ = guess_trace_format(first_lines);
-    if (format_ == nullptr) {
-      fprintf(err_, "%s: %s: cannot tell the format from the first lines; give --format\n", prog,
-              input == "-" ? "(standard input)" : input.c_str());
-      return false;
-    }
-    fprintf(err_, "%s: %s: format guessed: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
-            format_->name);
-  }
-  if (format_->family == trace_family::blkparse) {
-    blkparse_ = std::make_unique<blkparse_format>(o_.event);
-  } else {
-    column_layout layout = format_->layout;
-    std::string what;
-    for (const auto &[option, value] : o_.column_settings)
-      apply_column_setting(&layout, option, value, &what);
-    columns_ = std::make_unique<column_format>(layout);
-    if (!columns_->check(&what)) {
-      fprintf(err_, "%s: format %s: %s\n", prog, format_->name, what.c_str());
-      return false;
-    }
-    time_unit_ns_ = layout.time_unit_ns;
-  }
-  devices_ = std::make_unique<device_registry>(o_.major, input_stem(o_.inputs.front()), format_->device_prefix);
-  writer_ = std::make_unique<interval_writer>(o_.intervals, devices_.get(),
-                                              [this](std::string_view text) { return out_.write_out(text); });
-  return true;
-}
 
 bool converter::time_to_ns(const parsed_line &pl, int64_t *ns) const {
   // Times are kept relative to the first line's, in nanoseconds: absolute
   // ones in 100 ns ticks would not fit in 64 bits.
   int64_t whole = pl.time_whole - base_whole_;
-  int64_t limit = INT64_MAX / 4 / static_cast<int64_t>(time_unit_ns_);
+  int64_t limit = INT64_MAX / 4 / static_cast<int64_t>(chosen_.time_unit_ns);
   if (whole > limit || whole < -limit)
     return false;
-  *ns = whole * static_cast<int64_t>(time_unit_ns_) +
-        static_cast<int64_t>(static_cast<uint64_t>(pl.time_nanos) * time_unit_ns_ / 1000000000u);
+  *ns = whole * static_cast<int64_t>(chosen_.time_unit_ns) +
+        static_cast<int64_t>(static_cast<uint64_t>(pl.time_nanos) * chosen_.time_unit_ns / 1000000000u);
   return true;
 }
 
-bool converter::process(std::string_view line, const std::string &input, uint64_t line_number) {
-  parsed_line pl;
-  std::string what;
-  line_kind kind = blkparse_ ? blkparse_->parse(line, &pl, &what) : columns_->parse(line, &pl, &what);
+bool converter::take(line_kind kind, const parsed_line &pl, const std::string &parse_error,
+                     const std::string &input, uint64_t number) {
+  const std::string *what = &parse_error;
   int64_t t = 0;
   if (kind != line_kind::bad && pl.has_time) {
     if (!have_base_) {
@@ -117,7 +105,8 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
     }
     if (!time_to_ns(pl, &t)) {
       kind = line_kind::bad;
-      what = "time too far from the trace's first";
+      static const std::string too_far = "time too far from the trace's first (is --time-unit right?)";
+      what = &too_far;
     }
   }
   if (kind == line_kind::bad) {
@@ -125,8 +114,8 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
       ++skipped_[skip_bad];
       return true;
     }
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
-            static_cast<unsigned long long>(line_number), what.c_str());
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, input_display_name(input), static_cast<unsigned long long>(number),
+            what->c_str());
     return false;
   }
   if (kind == line_kind::skipped) {
@@ -134,6 +123,22 @@ bool converter::process(std::string_view line, const std::string &input, uint64_
     if (pl.has_time && pl.cause != skip_header)
       writer_->note_time(t);
     return true;
+  }
+  if (pl.has_time && o_.max_gap_ns > 0) {
+    if (have_read_time_ && (t - last_read_time_ > o_.max_gap_ns || last_read_time_ - t > o_.max_gap_ns)) {
+      fprintf(err_,
+              "%s: %s:%llu: read %.3f s away from the read at %s:%llu, more than --max-gap %lld s: a clock "
+              "far off, or captures joined? (--max-gap 0 allows any gap)\n",
+              prog, input_display_name(input), static_cast<unsigned long long>(number),
+              static_cast<double>(t - last_read_time_) / 1e9, input_display_name(last_read_input_),
+              static_cast<unsigned long long>(last_read_number_), static_cast<long long>(o_.max_gap_ns / 1000000000));
+      return false;
+    }
+    have_read_time_ = true;
+    last_read_time_ = t;
+    if (last_read_input_ != input)
+      last_read_input_ = input;
+    last_read_number_ = number;
   }
   uint32_t id = devices_->find_or_add(pl.device);
   devices_->note_read(id, pl.start, pl.length);
@@ -156,76 +161,133 @@ void converter::progress(const input_stream &in, const std::string &input) {
   fflush(err_);
 }
 
-bool converter::convert_input(const std::string &input) {
-  input_stream in;
-  if (!in.open(input)) {
-    fprintf(err_, "%s: %s\n", prog, in.error().c_str());
-    return false;
-  }
-  line_reader lines(&in);
+bool converter::convert_lines(input_stream *in, const std::string &input) {
+  line_reader lines(in);
   std::string_view line;
+  parsed_line pl;
+  std::string what;
   int rc;
-  uint64_t first_line = 1;
-  if (format_ == nullptr) {
-    // Keep the first lines to guess from, then convert them.
-    std::vector<std::string> head;
-    while (head.size() < 32 && (rc = lines.next(&line)) == 1)
-      head.emplace_back(line);
-    if (rc < 0 && head.size() < 32) {
-      fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
-              static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
-      return false;
-    }
-    if (!choose_format(input, head))
-      return false;
-    if (columns_)
-      columns_->start_input();
-    for (const std::string &h : head)
-      if (!process(h, input, first_line++))
-        return false;
-  } else if (columns_) {
-    columns_->start_input();
-  }
-  bool show_progress = tool_progress_wanted() && (in.raw_size() == 0 || in.raw_size() > (64u << 20));
+  if (chosen_.columns)
+    chosen_.columns->start_input();
+  bool show_progress = tool_progress_wanted() && (in->raw_size() == 0 || in->raw_size() > (64u << 20));
   while ((rc = lines.next(&line)) == 1) {
-    if (!process(line, input, lines.line_number()))
+    pl = parsed_line{};
+    line_kind kind = chosen_.parse(line, &pl, &what);
+    if (!take(kind, pl, what, input, lines.line_number()))
       return false;
     if (show_progress && (lines.line_number() & 0xfffff) == 0)
-      progress(in, input);
+      progress(*in, input);
   }
   if (progress_shown_) {
     fprintf(err_, "\n");
     progress_shown_ = false;
   }
   if (rc < 0) {
-    fprintf(err_, "%s: %s:%llu: %s\n", prog, input == "-" ? "(standard input)" : input.c_str(),
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, input_display_name(input),
             static_cast<unsigned long long>(lines.line_number() + 1), lines.error().c_str());
     return false;
   }
   return true;
 }
 
+bool converter::convert_records(record_source *records) {
+  line_kind kind;
+  parsed_line pl;
+  std::string what;
+  int rc;
+  while ((rc = records->next(&kind, &pl, &what)) == 1)
+    if (!take(kind, pl, what, records->input(), records->number()))
+      return false;
+  if (rc < 0) {
+    fprintf(err_, "%s: %s:%llu: %s\n", prog, input_display_name(records->input()),
+            static_cast<unsigned long long>(records->number()), what.c_str());
+    return false;
+  }
+  return true;
+}
+
+// Converts inputs_[index]; a blktrace capture takes every input from there
+// on, its files merged by time.
+bool converter::convert_input(size_t index) {
+  const std::string &input = inputs_[index];
+  auto in = std::make_unique<input_stream>();
+  if (!in->open(input)) {
+    fprintf(err_, "%s: %s\n", prog, in->error().c_str());
+    return false;
+  }
+  if (chosen_.format == nullptr) {
+    if (!choose_format(o_, cpu_files_, input, in.get(), err_, &chosen_))
+      return false;
+    devices_ = std::make_unique<device_registry>(o_.major, input_stem(o_.inputs.front()),
+                                                 chosen_.format->device_prefix);
+    writer_ = std::make_unique<interval_writer>(o_.intervals, devices_.get(),
+                                                [this](std::string_view text) { return out_.write_out(text); });
+  }
+  if (chosen_.text())
+    return convert_lines(in.get(), input);
+  std::string what;
+  std::unique_ptr<record_source> records;
+  if (chosen_.format->family == trace_family::blktrace) {
+    std::vector<std::string> files(inputs_.begin() + static_cast<ptrdiff_t>(index), inputs_.end());
+    records = open_blktrace(files, o_.event[0], std::move(in), &what);
+  } else {
+    fixed_layout layout = chosen_.format->family == trace_family::vscsi           ? fixed_layout::vscsi
+                          : chosen_.format->family == trace_family::oracle_general ? fixed_layout::oracle_general
+                                                                            : fixed_layout::lcs;
+    records = open_fixed_records(layout, std::move(in), input, ids_in_bytes(), &what);
+  }
+  if (records == nullptr) {
+    fprintf(err_, "%s: %s\n", prog, what.c_str());
+    return false;
+  }
+  chosen_.time_unit_ns = records->time_unit_ns();
+  no_operation_ = no_operation_ || !records->has_operation();
+  return convert_records(records.get());
+}
+
 int converter::run(conversion_summary *summary) {
+  for (const std::string &input : o_.inputs) {
+    std::vector<std::string> files;
+    if (input != "-" && !exists(input) && !(files = blktrace_cpu_files(input)).empty()) {
+      inputs_.insert(inputs_.end(), files.begin(), files.end());
+      cpu_files_ += files.size();
+    } else {
+      inputs_.push_back(input);
+    }
+  }
   if (!out_.open(o_.outdir, o_.force)) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
     return TOOL_EXIT_BAD_INPUT;
   }
-  for (const std::string &input : o_.inputs)
-    if (!convert_input(input))
+  for (size_t i = 0; i < inputs_.size(); ++i) {
+    if (!convert_input(i))
       return TOOL_EXIT_BAD_INPUT;
+    if (chosen_.format->family == trace_family::blktrace)
+      break;
+  }
   if (!writer_->finish()) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
     return TOOL_EXIT_BAD_INPUT;
   }
+  if (writer_->too_many_intervals()) {
+    fprintf(err_,
+            "%s: the trace makes more than %llu intervals of 600 s (time span %.3f s, --time-scale %g): a clock "
+            "far off, or too large a scale? (--max-intervals raises the bound)\n",
+            prog, static_cast<unsigned long long>(o_.intervals.max_intervals),
+            static_cast<double>(writer_->latest() - writer_->earliest()) / 1e9, o_.intervals.time_scale);
+    return TOOL_EXIT_BAD_INPUT;
+  }
   std::string what;
-  if (!devices_->finish(o_.names, o_.sizes, o_.sysfs_root, &what)) {
+  bool sysfs = o_.sysfs == 1 || (o_.sysfs == -1 && live_pipe_input(o_.inputs));
+  if (!devices_->finish(o_.names, o_.sizes, sysfs ? o_.sysfs_root : "", &what)) {
     fprintf(err_, "%s: %s\n", prog, what.c_str());
     return TOOL_EXIT_USAGE;
   }
   std::string map;
   for (uint32_t id : writer_->device_order()) {
     const device_entry &d = devices_->devices()[id];
-    map += d.name + " " + std::to_string(d.major) + " " + std::to_string(d.minor) + " " + std::to_string(d.size) + "\n";
+    map += device_map_line(d, err_);
+    summary->numbered_devices += d.own_pair && !sysfs;
   }
   if (!out_.write_device_map(map) || !out_.commit()) {
     fprintf(err_, "%s: %s\n", prog, out_.error().c_str());
@@ -242,44 +304,20 @@ int converter::run(conversion_summary *summary) {
   summary->span_seconds = static_cast<double>(writer_->latest() - writer_->earliest()) / 1e9;
   summary->time_scale = o_.intervals.time_scale;
   summary->reads_per_interval = o_.intervals.reads_per_interval;
+  summary->no_operation = no_operation_;
   return TOOL_EXIT_OK;
 }
 
 } // namespace
 
 int run_conversion(const convert_options &options, FILE *err, conversion_summary *summary) {
-  converter c(options, err);
-  return c.run(summary);
-}
-
-void print_summary(const conversion_summary &s, FILE *err) {
-  fprintf(err, "%s: reads kept: %llu\n", prog, static_cast<unsigned long long>(s.reads_kept));
-  uint64_t total = 0;
-  std::string causes;
-  for (int i = 0; i < skip_cause_count; ++i) {
-    if (s.skipped[i] == 0)
-      continue;
-    total += s.skipped[i];
-    causes += (causes.empty() ? "" : ", ") + std::string(skip_cause_name(static_cast<skip_cause>(i))) + " " +
-              std::to_string(s.skipped[i]);
+  // The converter's containers are the only things that allocate; when
+  // memory runs out, unwinding its members removes the temporary files.
+  try {
+    converter c(options, err);
+    return c.run(summary);
+  } catch (const std::bad_alloc &) {
+    fprintf(err, "%s: out of memory\n", prog);
+    return TOOL_EXIT_BAD_INPUT;
   }
-  fprintf(err, "%s: lines skipped: %llu%s%s%s\n", prog, static_cast<unsigned long long>(total),
-          causes.empty() ? "" : " (", causes.c_str(), causes.empty() ? "" : ")");
-  if (s.late_reads > 0)
-    fprintf(err, "%s: late reads: %llu (beyond the reorder window; written in the interval then open)\n", prog,
-            static_cast<unsigned long long>(s.late_reads));
-  if (s.reads_per_interval > 0)
-    fprintf(err, "%s: intervals: %llu (%llu reads each)\n", prog, static_cast<unsigned long long>(s.intervals),
-            static_cast<unsigned long long>(s.reads_per_interval));
-  else
-    fprintf(err, "%s: intervals: %llu\n", prog, static_cast<unsigned long long>(s.intervals));
-  fprintf(err, "%s: devices: %llu\n", prog, static_cast<unsigned long long>(s.devices));
-  if (!s.has_time)
-    fprintf(err, "%s: time span: none (the trace has no time)\n", prog);
-  else if (s.time_scale != 1.0)
-    fprintf(err, "%s: time span: %.3f s (%.3f s scaled)\n", prog, s.span_seconds, s.span_seconds * s.time_scale);
-  else
-    fprintf(err, "%s: time span: %.3f s\n", prog, s.span_seconds);
-  if (s.reads_kept == 0)
-    fprintf(err, "%s: warning: no reads kept\n", prog);
 }

@@ -21,9 +21,9 @@ const char usage_text[] =
     "INPUT may be - for standard input; gzip and zstd inputs are read directly.\n"
     "\n"
     "Format:\n"
-    "  -f, --format NAME          input format (guessed from the first lines if not given):\n"
+    "  -f, --format NAME          input format (guessed from the first bytes if not given):\n"
     "%s"
-    "  -e, --event Q|D|C          blkparse action taken as the read (default Q)\n"
+    "  -e, --event Q|D|C          blkparse/blktrace action taken as the read (default Q)\n"
     "\n"
     "Columns (format csv, or to change a fixed format; COL is a number from 1 or,\n"
     "with --header, a name):\n"
@@ -45,12 +45,18 @@ const char usage_text[] =
     "      --reads-per-interval N close an interval every N reads instead of by time\n"
     "      --reorder-window N     reads held back to sort by time (default 100000)\n"
     "      --intervals LIST       keep only these intervals (from 0, ascending), e.g. 2,6\n"
+    "      --max-gap SECONDS      refuse a trace whose consecutive reads lie further\n"
+    "                             apart in time (default 86400; 0: any gap)\n"
+    "      --max-intervals N      refuse a trace that makes more intervals (default\n"
+    "                             100000; --time-scale counts)\n"
     "\n"
     "Devices:\n"
     "      --name DEV=NAME        name a device (DEV: as in the trace, MAJ:MIN or name)\n"
     "      --size DEV=BYTES       size of a device (default: its highest sector read)\n"
     "      --major N              major number of the devices numbered here (default 253)\n"
-    "      --no-sysfs             do not take blkparse devices' names and sizes from /sys\n"
+    "      --sysfs                name and size devices with a MAJ:MIN from this host's\n"
+    "                             /sys (default only when the input is a live pipe)\n"
+    "      --no-sysfs             never take names and sizes from /sys\n"
     "\n"
     "Other:\n"
     "      --skip-bad             count malformed lines and go on, instead of stopping\n"
@@ -78,6 +84,9 @@ enum long_only {
   opt_size,
   opt_major,
   opt_no_sysfs,
+  opt_sysfs,
+  opt_max_gap,
+  opt_max_intervals,
   opt_skip_bad,
   opt_force,
 };
@@ -104,6 +113,9 @@ const struct option long_options[] = {
     {"size", required_argument, nullptr, opt_size},
     {"major", required_argument, nullptr, opt_major},
     {"no-sysfs", no_argument, nullptr, opt_no_sysfs},
+    {"sysfs", no_argument, nullptr, opt_sysfs},
+    {"max-gap", required_argument, nullptr, opt_max_gap},
+    {"max-intervals", required_argument, nullptr, opt_max_intervals},
     {"skip-bad", no_argument, nullptr, opt_skip_bad},
     {"force", no_argument, nullptr, opt_force},
     {"help", no_argument, nullptr, 'h'},
@@ -313,7 +325,20 @@ parse_outcome parse_convert_options(int argc, char **argv, convert_options *o) {
         return usage_error(argv, "--major needs a number from 0 to 4095");
       break;
     case opt_no_sysfs:
-      o->sysfs_root.clear();
+    case opt_sysfs:
+      o->sysfs = c == opt_sysfs;
+      break;
+    case opt_max_gap: {
+      uint64_t seconds;
+      if (!parse_u64(arg, &seconds) || seconds > 100ULL * 365 * 86400)
+        return usage_error(argv, "--max-gap needs whole seconds, at most 100 years");
+      o->max_gap_ns = static_cast<int64_t>(seconds) * 1000000000LL;
+      break;
+    }
+    case opt_max_intervals:
+      if (!parse_u64(arg, &o->intervals.max_intervals) || o->intervals.max_intervals == 0 ||
+          o->intervals.max_intervals > (1ULL << 40))
+        return usage_error(argv, "--max-intervals needs a number from 1 to 2^40");
       break;
     case opt_skip_bad:
       o->skip_bad = true;

@@ -23,6 +23,10 @@ struct convert_options {
   std::vector<device_setting> sizes;
   uint32_t major = 253;        // major of the devices numbered here
   std::string sysfs_root = "/sys";
+  // Names and sizes from sysfs_root: 1 always, 0 never, -1 only when the
+  // input is a live pipe (a trace of this host, recorded now).
+  int sysfs = -1;
+  int64_t max_gap_ns = 86400LL * 1000000000LL; // between consecutive reads; 0: any
   bool skip_bad = false;
   bool force = false;
 };

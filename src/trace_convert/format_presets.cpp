@@ -33,6 +33,14 @@ std::vector<format_preset> make_formats() {
   const char blank = blank_separator;
   return {
       {"blkparse", "blkparse's default text output", trace_family::blkparse, {}, ""},
+      {"biosnoop", "biosnoop-bpfcc's text, or that of tools/zrtrace-reads.bt",
+       trace_family::biosnoop, {}, ""},
+      {"blktrace", "raw blktrace capture: NAME of NAME.blktrace.N, files or a stream",
+       trace_family::blktrace, {}, ""},
+      {"vscsi", "CloudPhysics vscsi binary records (versions 1 and 2)", trace_family::vscsi, {}, ""},
+      {"oracleGeneral", "24-byte oracleGeneral records (time, object id, size, next access)",
+       trace_family::oracle_general, {}, ""},
+      {"lcs", "oracleGeneral's successor: a header, then records of its version", trace_family::lcs, {}, ""},
       {"csv", "columns chosen with --time-col, --offset-col, --size-col, ...", trace_family::columns, {}, "dev"},
       // version,time,op,size,lbn: seconds; SCSI opcode 28 is READ(10).
       {"cloudphysics", "CloudPhysics vscsi CSV (version,time,op,size,lbn)", trace_family::columns,
@@ -48,6 +56,12 @@ std::vector<format_preset> make_formats() {
        layout(',', false, 4, us, {col(0)}, 2, bytes, 3, bytes, 1, {"R"}), "dev"},
       {"ascii", "ASCII trace (arrival_ns device sector size type, type 1 a read)", trace_family::columns,
        layout(blank, false, 0, ns, {col(1)}, 2, sectors, 3, sectors, 4, {"1"}), "dev"},
+      // time_ns pid process sector sectors W/R major minor hash.
+      {"fiu", "FIU traces (time_ns pid process sector sectors W/R major minor hash)", trace_family::columns,
+       layout(blank, false, 0, ns, {col(6), col(7)}, 3, sectors, 4, sectors, 5, {"R", "r"}), "dev"},
+      // ASU,LBA,size,opcode,timestamp: LBA in 512-byte blocks, size in bytes.
+      {"spc", "UMass/SPC CSV (ASU,LBA,size,opcode,timestamp)", trace_family::columns,
+       layout(',', false, 4, s, {col(0)}, 1, sectors, 2, bytes, 3, {"r", "R"}), "asu"},
       // start_block n_blocks ignore request_no: no time, every line a read.
       {"arc", "ARC .lis trace (start n_blocks ignore request_no)", trace_family::columns,
        layout(blank, false, -1, s, {}, 0, sectors, 1, sectors, -1, {}), ""},

@@ -7,7 +7,8 @@
 
 #include "trace_convert/column_format.h"
 
-enum class trace_family { blkparse, columns };
+// Text families read a line at a time; the others are binary records.
+enum class trace_family { blkparse, biosnoop, columns, blktrace, vscsi, oracle_general, lcs };
 
 struct format_preset {
   const char *name;

@@ -103,6 +103,33 @@ bool input_stream::open(const std::string &path) {
 }
 
 ssize_t input_stream::read(char *buf, size_t n) {
+  if (ahead_pos_ < ahead_.size()) {
+    size_t take = std::min(n, ahead_.size() - ahead_pos_);
+    memcpy(buf, ahead_.data() + ahead_pos_, take);
+    ahead_pos_ += take;
+    return static_cast<ssize_t>(take);
+  }
+  return read_data(buf, n);
+}
+
+bool input_stream::peek(size_t n, std::string_view *head) {
+  ahead_.erase(0, ahead_pos_);
+  ahead_pos_ = 0;
+  while (ahead_.size() < n) {
+    size_t had = ahead_.size();
+    ahead_.resize(n);
+    ssize_t got = read_data(ahead_.data() + had, n - had);
+    ahead_.resize(had + static_cast<size_t>(std::max<ssize_t>(got, 0)));
+    if (got < 0)
+      return false;
+    if (got == 0)
+      break;
+  }
+  *head = ahead_;
+  return true;
+}
+
+ssize_t input_stream::read_data(char *buf, size_t n) {
   if (data_eof_ || n == 0)
     return 0;
   if (compression_ == input_compression::gzip)

@@ -6,8 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
+
+// How messages name an input: "-" is "(standard input)".
+inline const char *input_display_name(const std::string &path) {
+  return path == "-" ? "(standard input)" : path.c_str();
+}
 
 enum class input_compression { none, gzip, zstd };
 
@@ -28,6 +34,11 @@ public:
   // truncated compressed data (error() says which).
   ssize_t read(char *buf, size_t n);
 
+  // Reads ahead until `n` bytes of data (or all, when shorter) wait to be
+  // read, and gives a view of them; read() then returns them first.  False
+  // on a read error (error() says which).
+  bool peek(size_t n, std::string_view *head);
+
   input_compression compression() const { return compression_; }
   const std::string &error() const { return error_; }
   // Bytes taken from the file so far (compressed bytes for a compressed
@@ -36,6 +47,7 @@ public:
   uint64_t raw_size() const { return raw_size_; }
 
 private:
+  ssize_t read_data(char *buf, size_t n);
   bool fill_raw();
   // Makes sure compressed bytes wait in the raw buffer: 1 when they do, 0
   // at the end of the data, -1 on a read error or an end inside a gzip
@@ -60,4 +72,6 @@ private:
   void *zstd_ = nullptr;  // ZSTD_DStream, when zstd
   bool frame_open_ = false; // a compressed member or frame is under way
   bool data_eof_ = false;
+  std::string ahead_; // data read by peek(), from ahead_pos_ on not yet read
+  size_t ahead_pos_ = 0;
 };

@@ -52,8 +52,11 @@ uint64_t interval_writer::interval_of(int64_t since_start) const {
     return 0;
   if (settings_.time_scale == 1.0)
     return static_cast<uint64_t>(since_start / settings_.interval_ns);
-  return static_cast<uint64_t>(
-      std::floor(static_cast<double>(since_start) * settings_.time_scale / static_cast<double>(settings_.interval_ns)));
+  // Clamped before the conversion: a double beyond 2^64 has no integer.
+  double n = std::floor(static_cast<double>(since_start) * settings_.time_scale /
+                        static_cast<double>(settings_.interval_ns));
+  double bound = static_cast<double>(settings_.max_intervals);
+  return n >= bound ? settings_.max_intervals : static_cast<uint64_t>(n);
 }
 
 void interval_writer::add(bool timed, int64_t time_ns, uint32_t device, uint64_t start, uint64_t length) {
@@ -125,6 +128,10 @@ void interval_writer::emit_timed(const pending &p) {
 }
 
 void interval_writer::advance_to(uint64_t position) {
+  if (position >= settings_.max_intervals) {
+    too_many_ = true;
+    return;
+  }
   for (; position_ < position; ++position_)
     put(closing_line);
 }
@@ -142,6 +149,8 @@ void interval_writer::emit(uint64_t interval, uint32_t device, uint64_t start, u
     position = keep_index_;
   }
   advance_to(position);
+  if (too_many_)
+    return;
   const device_entry &d = devices_->devices()[device];
   char line[96]; // four numbers of at most 20 digits and their separators
   char *p = put_number(line, d.major, ' ');

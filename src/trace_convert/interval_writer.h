@@ -21,6 +21,9 @@ struct interval_settings {
   uint64_t reads_per_interval = 0;  // > 0: intervals by count, time unused
   size_t reorder_window = 100000;   // reads held back to sort by time
   std::vector<uint64_t> keep;       // intervals to keep, ascending; empty: all
+  // Bound on the intervals written, whatever the scale: a clock far off or
+  // a huge scale would otherwise write closing lines until the disk fills.
+  uint64_t max_intervals = 100000;
 };
 
 class interval_writer {
@@ -42,6 +45,10 @@ public:
   // Writes what the window still holds and the closing lines of the
   // trailing empty intervals; returns false when the sink failed.
   bool finish();
+
+  // True when a read or the trace's end fell beyond max_intervals: nothing
+  // past the bound was written, and the trace must be refused.
+  bool too_many_intervals() const { return too_many_; }
 
   uint64_t reads_written() const { return written_; }
   uint64_t late_reads() const { return late_; }
@@ -109,6 +116,7 @@ private:
   int64_t last_time_ = 0;    // time of the last timed read written
   uint64_t counted_ = 0;     // reads given to add() in count mode
   uint64_t position_ = 0;    // intervals closed so far
+  bool too_many_ = false;
   size_t keep_index_ = 0;
   uint64_t written_ = 0, late_ = 0, outside_ = 0;
   std::vector<bool> device_seen_;

@@ -24,9 +24,12 @@ public:
   uint64_t line_number() const { return line_number_; }
   const std::string &error() const { return error_; }
 
+  // The same bound for every line of every text format, wherever it lies.
   static constexpr size_t max_line_length = 1 << 20;
 
 private:
+  int too_long();
+
   input_stream *in_;
   // Filled by reading before any byte of it is looked at, so it is not
   // cleared first: clearing 5 MB would cost more than a small file's whole

@@ -20,9 +20,12 @@ slot slots[SIGNAL_CLEANUP_SLOTS];
 constexpr int SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
 void on_signal(int sig) {
-  for (slot &s : slots) {
-    if (s.used)
-      unlink(s.path);
+  // Newest first: the files go before the directory that holds them.
+  for (int i = SIGNAL_CLEANUP_SLOTS - 1; i >= 0; i--) {
+    if (slots[i].used) {
+      unlink(slots[i].path);
+      rmdir(slots[i].path);
+    }
   }
   signal(sig, SIG_DFL);
   raise(sig);
@@ -60,19 +63,43 @@ void cleanup_on_signal(void) {
   }
 }
 
-int cleanup_make_temp(std::string *path, int *fd) {
-  signals_blocked blocked;
-  *fd = mkostemp(path->data(), O_CLOEXEC);
-  if (*fd < 0 || path->size() >= PATH_MAX)
+namespace {
+
+// Registers a path just made; the caller holds the signals off.
+int remember(const std::string &path) {
+  if (path.size() >= PATH_MAX)
     return -1;
   for (int i = 0; i < SIGNAL_CLEANUP_SLOTS; i++) {
     if (!slots[i].used) {
-      memcpy(slots[i].path, path->c_str(), path->size() + 1);
+      memcpy(slots[i].path, path.c_str(), path.size() + 1);
       slots[i].used = 1;
       return i;
     }
   }
   return -1;
+}
+
+} // namespace
+
+int cleanup_make_temp(std::string *path, int *fd) {
+  signals_blocked blocked;
+  *fd = mkostemp(path->data(), O_CLOEXEC);
+  return *fd < 0 ? -1 : remember(*path);
+}
+
+int cleanup_make_file(const std::string &path, int *fd) {
+  signals_blocked blocked;
+  *fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  return *fd < 0 ? -1 : remember(path);
+}
+
+int cleanup_make_temp_dir(std::string *path) {
+  signals_blocked blocked;
+  if (mkdtemp(path->data()) == nullptr) {
+    path->clear();
+    return -1;
+  }
+  return remember(*path);
 }
 
 void cleanup_forget(int slot) {

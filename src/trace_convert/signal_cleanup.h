@@ -1,7 +1,7 @@
 #pragma once
 // Temporary files that must not outlive the converter when it is killed by
 // SIGINT, SIGTERM or SIGHUP: the handler removes the files registered at
-// that moment and the signal then ends the process as it would have.
+// that moment (directories, once empty) and the signal then ends the process as it would have.
 
 #include <string>
 
@@ -14,6 +14,11 @@ void cleanup_on_signal(void);
 // Returns the slot, or -1 when there is no file, no free slot or the path
 // is too long.
 int cleanup_make_temp(std::string *path, int *fd);
+// The same for a new file at exactly `path` (O_EXCL), and for a directory
+// made from the mkdtemp template *path (emptied when none was made).  A directory is removed after the
+// files registered later, so register it first.
+int cleanup_make_file(const std::string &path, int *fd);
+int cleanup_make_temp_dir(std::string *path);
 // Forgets the slot's path (on commit or ordinary removal); -1 is ignored.
 void cleanup_forget(int slot);
 
