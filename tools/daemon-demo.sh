@@ -2,7 +2,7 @@
 # Runs the real daemon without the volume manager: the substitute driver
 # (tools/fakedriver, preloaded) answers its requests with one sample per
 # 600-second interval of the bundled trace examples/oltp, and keeps its files
-# in a temporary directory instead of /etc/zr.  After a few one-second cycles
+# in a temporary directory instead of /etc/zr.  After a few two-second cycles
 # the daemon is stopped by its pid (it ignores SIGTERM) and the statistics
 # file is shown: with zrstat when the build has it, else as a summary of each
 # record's header and a hex dump of the first record.
@@ -27,6 +27,9 @@ cleanup() {
 }
 trap cleanup EXIT
 mkdir -p "$dir/etc/zr/log"
+# The driver's scenario and the loader take paths up to the first blank:
+# what they name is reached from the temporary directory.
+ln -s "$here/../examples/oltp" "$dir/oltp"
 stats=$dir/etc/zr/.zrvm_stats log=$dir/etc/zr/log/zriostatd.log
 
 # The four devices of the trace become volumes 0 to 3, in the order in which
@@ -38,7 +41,7 @@ volume 0 5a0e1c2d-0000-4000-8000-000000000000
 volume 1 5a0e1c2d-0000-4000-8000-000000000001
 volume 2 5a0e1c2d-0000-4000-8000-000000000002
 volume 3 5a0e1c2d-0000-4000-8000-000000000003
-trace $here/../examples/oltp
+trace $dir/oltp
 EOF
 
 # The header fields of every record, one line each; the number of records
@@ -59,7 +62,7 @@ summarise() {
 }
 
 echo "== zriostatd -x interval=1 -x numiter=2 -x writefile=details, under the substitute driver in $dir"
-ASAN_OPTIONS=verify_asan_link_order=0:${ASAN_OPTIONS:-} LD_PRELOAD=$driver \
+ASAN_OPTIONS=verify_asan_link_order=0:${ASAN_OPTIONS:-} LD_LIBRARY_PATH=${driver%/*} LD_PRELOAD=${driver##*/} \
   FAKEDRIVER_SCENARIO=$dir/scenario FAKEDRIVER_LOG=$dir/requests FAKEDRIVER_ROOT=$dir \
   "$daemon" -x interval=1 -x numiter=2 -x writefile=details
 

@@ -17,6 +17,9 @@ packages=(
   mandoc                           # man page lint test
   libxml2-utils                    # xmllint, which checks zrcurve's SVG in the tests
   linux-libc-dev blktrace          # blktrace_api.h for zrtrace; blkparse, which its test compares with
+  dpkg-dev file                    # hardening flags; the package (cpack: shlibdeps, strip)
+  lintian                          # the package test
+  prometheus-node-exporter         # the Prometheus scrape test
 )
 # --fuzz: also what the libFuzzer targets (fuzz/, tools/fuzz.sh) build with.
 if [[ "${1:-}" == --fuzz ]]; then

@@ -17,3 +17,14 @@ void tool_print_version(const char *prog);
 // True when standard error is a terminal: progress lines are for a person
 // watching, never for a log or a pipe.
 bool tool_progress_wanted(void);
+
+// Flushes and closes standard output, where the tools' data goes.  Returns
+// null when everything written to it arrived, else why not: the error text
+// of the flush or close, or "write error" when an earlier write failed and
+// its errno is gone.  The caller says so in one line and exits non-zero: a
+// lost output is a failure.
+const char *tool_close_stdout(void);
+
+// The same, saying so as "<prog>: standard output: <why>" on standard
+// error.  True when everything arrived.
+bool tool_stdout_delivered(const char *prog);

@@ -93,8 +93,12 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
-    case 'h': fputs(USAGE, stdout); exit(TOOL_EXIT_OK);
-    case 'V': tool_print_version("zrcurve"); exit(TOOL_EXIT_OK);
+    case 'h':
+      fputs(USAGE, stdout);
+      exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
+    case 'V':
+      tool_print_version("zrcurve");
+      exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
     default: fputs("Try 'zrcurve --help'.\n", stderr); exit(TOOL_EXIT_USAGE);
     }
   }
@@ -120,12 +124,14 @@ options parse(int argc, char **argv) {
   return o;
 }
 
-// Writes `text` to `path` ('-': standard output).  False, with a message,
-// when the file cannot be written.
+// Writes `text` to `path` ('-': standard output, whose errors the last check
+// in main reports).  False, with a message, when the file cannot be written.
 bool write_output(const std::string &path, const std::string &text) {
-  FILE *f = path == "-" ? stdout : fopen(path.c_str(), "w");
+  if (path == "-")
+    return fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  FILE *f = fopen(path.c_str(), "w");
   bool ok = f != nullptr && fwrite(text.data(), 1, text.size(), f) == text.size();
-  if (f != nullptr && f != stdout)
+  if (f != nullptr)
     ok = (fclose(f) == 0) && ok;
   if (!ok)
     fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(errno));
@@ -160,7 +166,6 @@ int main(int argc, char **argv) {
     ok = write_output(o.svg, curve_svg(c)) && ok;
   if (o.csv != "-" && o.json != "-" && o.svg != "-")
     curve_write_text(stdout, c);
-  if (fflush(stdout) != 0)
-    ok = false;
+  ok = tool_stdout_delivered("zrcurve") && ok;
   return ok ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT;
 }

@@ -6,10 +6,7 @@
 #include "common/tool_cli.h"
 #include "stats_reader/stats_format.h"
 
-namespace {
-
-// Why the reading stopped, in one line.  Returns the exit status.
-int report_stop(stats_read_status s, const stats_reader &r, const char *name, FILE *err) {
+int stats_report_stop(stats_read_status s, const stats_reader &r, const char *name, FILE *err) {
   switch (s) {
   case STATS_RECORD:
   case STATS_END:
@@ -31,8 +28,6 @@ int report_stop(stats_read_status s, const stats_reader &r, const char *name, FI
   }
   return TOOL_EXIT_BAD_INPUT;
 }
-
-} // namespace
 
 int stats_print_records(stats_reader *reader, const char *name, const stats_options &opt,
                         FILE *out, FILE *err, const stats_wait_fn &wait) {
@@ -56,8 +51,8 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
         fputs(json_array ? "" : "\n", out);
       }
       printed++;
-      if (opt.follow)
-        fflush(out);
+      if (opt.follow && fflush(out) != 0)
+        break; // nobody to follow for: the output is lost
       continue;
     }
     if ((s == STATS_END || s == STATS_TORN) && opt.follow && (waited = wait(*reader)) == 1)
@@ -67,6 +62,6 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
   if (json_array)
     fputs(printed == 0 ? "[]\n" : "\n]\n", out);
   fflush(out);
-  int status = report_stop(s, *reader, name, err);
+  int status = stats_report_stop(s, *reader, name, err);
   return waited < 0 ? TOOL_EXIT_BAD_INPUT : status;
 }

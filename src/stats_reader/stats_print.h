@@ -21,6 +21,11 @@ struct stats_options {
 // 0 to stop, -1 to stop after a failure it has reported itself.
 using stats_wait_fn = std::function<int(const stats_reader &)>;
 
+// Says in one line on `err` why reading `name` stopped at `s`, naming the
+// record's byte offset; nothing for STATS_RECORD and STATS_END.  Returns the
+// exit status: TOOL_EXIT_OK for those two, else TOOL_EXIT_BAD_INPUT.
+int stats_report_stop(stats_read_status s, const stats_reader &r, const char *name, FILE *err);
+
 // Prints every whole record of the reader's stream to `out`: text lines, CSV
 // (header row first, printed with the first record), or JSON (one array;
 // with `follow`, one object a line).  With `follow`, each record is flushed

@@ -12,11 +12,14 @@
 #include "daemon/paths.h"
 #include "stats_reader/stats_follow.h"
 #include "stats_reader/stats_print.h"
+#include "stats_reader/stats_prometheus.h"
 
 namespace {
 
 const char USAGE[] =
     "Usage: zrstat [--json|--csv] [--details] [--follow] [FILE]\n"
+    "       zrstat --prometheus [--all] [FILE]\n"
+    "       zrstat --prometheus-textfile DIR [FILE]\n"
     "Print the records of the workload statistics file (default %s;\n"
     "'-' reads standard input), one line per record.\n"
     "\n"
@@ -24,13 +27,25 @@ const char USAGE[] =
     "  -c, --csv      CSV, one row per record (header row first)\n"
     "  -d, --details  each selected region too (with --csv, one row per region)\n"
     "  -f, --follow   wait for records appended to FILE, until interrupted\n"
+    "      --prometheus  the latest record as Prometheus metrics\n"
+    "      --all         with --prometheus: every record, with its timestamp\n"
+    "      --prometheus-textfile DIR\n"
+    "                 write the latest record's metrics to DIR/zriostatd.prom at once,\n"
+    "                 for node_exporter's textfile collector\n"
     "  -h, --help     print this help and exit\n"
     "  -V, --version  print the version and exit\n"
     "\n"
-    "Exit status: 0 all records printed, 1 a torn or impossible record or an\n"
-    "unreadable file, 2 usage error.\n";
+    "Exit status: 0 all records printed, 1 a torn or impossible record, an\n"
+    "unreadable file or an output that cannot be written, 2 usage error.\n";
 
 constexpr unsigned FOLLOW_POLL_MS = 1000;
+
+enum { OPT_PROMETHEUS = 256, OPT_ALL, OPT_TEXTFILE };
+
+// Records that did not reach standard output are a failure, said once.
+int stdout_delivered(int status) {
+  return tool_stdout_delivered("zrstat") ? status : TOOL_EXIT_BAD_INPUT;
+}
 
 } // namespace
 
@@ -39,7 +54,11 @@ int main(int argc, char **argv) {
       {"json", no_argument, nullptr, 'j'},   {"csv", no_argument, nullptr, 'c'},
       {"details", no_argument, nullptr, 'd'}, {"follow", no_argument, nullptr, 'f'},
       {"help", no_argument, nullptr, 'h'},   {"version", no_argument, nullptr, 'V'},
+      {"prometheus", no_argument, nullptr, OPT_PROMETHEUS}, {"all", no_argument, nullptr, OPT_ALL},
+      {"prometheus-textfile", required_argument, nullptr, OPT_TEXTFILE},
       {nullptr, 0, nullptr, 0}};
+  bool prometheus = false, all = false;
+  const char *textfile_dir = nullptr;
   stats_options opt;
   bool json = false, csv = false;
   for (int c; (c = getopt_long(argc, argv, "jcdfhV", longopts, nullptr)) != -1;) {
@@ -48,13 +67,25 @@ int main(int argc, char **argv) {
     case 'c': csv = true; break;
     case 'd': opt.details = true; break;
     case 'f': opt.follow = true; break;
-    case 'h': printf(USAGE, VOL_STATS_FILE); return TOOL_EXIT_OK;
-    case 'V': tool_print_version("zrstat"); return TOOL_EXIT_OK;
+    case OPT_PROMETHEUS: prometheus = true; break;
+    case OPT_ALL: all = true; break;
+    case OPT_TEXTFILE: textfile_dir = optarg; break;
+    case 'h': printf(USAGE, VOL_STATS_FILE); return stdout_delivered(TOOL_EXIT_OK);
+    case 'V': tool_print_version("zrstat"); return stdout_delivered(TOOL_EXIT_OK);
     default: fprintf(stderr, USAGE, VOL_STATS_FILE); return TOOL_EXIT_USAGE;
     }
   }
   if (json && csv) {
     fputs("zrstat: --json and --csv exclude each other\n", stderr);
+    return TOOL_EXIT_USAGE;
+  }
+  const bool metrics = prometheus || textfile_dir != nullptr;
+  if (metrics && (json || csv || opt.details || opt.follow || (prometheus && textfile_dir))) {
+    fputs("zrstat: --prometheus and --prometheus-textfile go alone\n", stderr);
+    return TOOL_EXIT_USAGE;
+  }
+  if (all && !prometheus) {
+    fputs("zrstat: --all goes with --prometheus\n", stderr);
     return TOOL_EXIT_USAGE;
   }
   if (argc - optind > 1) {
@@ -73,10 +104,16 @@ int main(int argc, char **argv) {
     return TOOL_EXIT_BAD_INPUT;
   }
   stats_reader reader(in);
-  int status = stats_print_records(&reader, name, opt, stdout, stderr, [&](const stats_reader &r) {
-    return stats_wait_for_growth(in, stats_bytes_read(r), FOLLOW_POLL_MS, name, stderr);
-  });
+  int status;
+  if (prometheus)
+    status = stats_print_prometheus(&reader, name, all, stdout, stderr);
+  else if (textfile_dir != nullptr)
+    status = stats_write_prometheus_textfile(&reader, name, textfile_dir, stderr);
+  else
+    status = stats_print_records(&reader, name, opt, stdout, stderr, [&](const stats_reader &r) {
+      return stats_wait_for_growth(in, stats_bytes_read(r), FOLLOW_POLL_MS, name, stderr);
+    });
   if (!from_stdin)
     fclose(in);
-  return status;
+  return stdout_delivered(status);
 }

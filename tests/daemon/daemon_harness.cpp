@@ -92,11 +92,17 @@ daemon_run daemon_sandbox::run(const std::vector<std::string> &args, int deadlin
   // small, so that the daemon's memory stays a measure of what it holds
   // (data_growth_kb); frees of the last 16 MB are still checked.
   const char *asan = std::getenv("ASAN_OPTIONS");
+  // The loader splits LD_PRELOAD at blanks, with no quoting: the driver is
+  // named alone and found through LD_LIBRARY_PATH, split at colons only, so
+  // that a build directory may have spaces in its path.
+  const std::string driver = FAKEDRIVER_LIB;
+  const size_t slash = driver.rfind('/');
   run_options opt;
   opt.timeout_seconds = deadline_seconds;
   opt.env = {"ASAN_OPTIONS=verify_asan_link_order=0:quarantine_size_mb=16:" +
                  std::string(asan ? asan : ""),
-             std::string("LD_PRELOAD=") + FAKEDRIVER_LIB,
+             "LD_PRELOAD=" + driver.substr(slash + 1),
+             "LD_LIBRARY_PATH=" + driver.substr(0, slash),
              "FAKEDRIVER_ROOT=" + root(), "FAKEDRIVER_SCENARIO=" + root() + "/scenario",
              "FAKEDRIVER_LOG=" + root() + "/requests",
              "FAKEDRIVER_REAPER=" + std::to_string(getpid())};

@@ -75,6 +75,10 @@ TEST(Zrstat, CommandLine) {
       {{dir.path()}, 1, "", "zrstat: " + dir.path() + ": Is a directory\n"},
       {{"--json", "--csv", empty}, 2, "", "zrstat: --json and --csv exclude each other\n"},
       {{empty, empty}, 2, "", "zrstat: one FILE at most\n"},
+      {{"--prometheus", empty}, 0, "", ""},
+      {{"--prometheus", "--follow", empty}, 2, "",
+       "zrstat: --prometheus and --prometheus-textfile go alone\n"},
+      {{"--all", empty}, 2, "", "zrstat: --all goes with --prometheus\n"},
       {{"--bogus"}, 2, "", "*"},
   };
   for (const auto &c : cases) {
@@ -85,8 +89,7 @@ TEST(Zrstat, CommandLine) {
     EXPECT_TRUE(c.err == "*" ? !r.err.empty() : r.err == c.err) << r.err;
   }
   // '-' is standard input; a torn record ends in status 1.
-  run_result piped =
-      run_program("/bin/sh", {"-c", std::string(ZRSTAT_BIN) + " --json - < " + torn});
+  run_result piped = run_program("/bin/sh", {"-c", "exec \"$0\" --json - < \"$1\"", ZRSTAT_BIN, torn});
   EXPECT_EQ(1, piped.exit_status);
   EXPECT_EQ("[]\n", piped.out);
   EXPECT_EQ("zrstat: standard input: torn record at byte 0: the file ends 100 bytes into it, its header asks "

@@ -115,7 +115,8 @@ TEST_P(blktrace_capture, converts_as_blkparse_text_of_it) {
   dir.write("sorted.bin", sorted);
   dir.write("stream.bin", stream);
 
-  const std::string zrtrace = std::string(ZRTRACE_BIN) + " --no-sysfs --event " + c.event + " ";
+  // Quoted: the build directory's path may have spaces.
+  const std::string zrtrace = "'" + std::string(ZRTRACE_BIN) + "' --no-sysfs --event " + c.event + " ";
   run_result text = run_program("/bin/sh", {"-c", "blkparse -i - < " + dir.file("sorted.bin") + " > " +
                                                       dir.file("sdb.txt")});
   ASSERT_EQ(0, text.exit_status) << text.err;

@@ -93,7 +93,7 @@ TEST(output_commit, running_out_of_memory_is_status_1_and_leaves_nothing) {
 
 TEST(output_commit, lost_standard_output_is_status_1) {
   for (const char *option : {"--help", "--version"}) {
-    run_result r = run_program("/bin/sh", {"-c", std::string(ZRTRACE_BIN) + " " + option + " >/dev/full"});
+    run_result r = run_program("/bin/sh", {"-c", "exec \"$0\" \"$1\" >/dev/full", ZRTRACE_BIN, option});
     EXPECT_EQ(1, r.exit_status) << option;
     EXPECT_NE(std::string::npos, r.err.find("cannot write the output")) << r.err;
   }
