@@ -20,6 +20,7 @@ packages=(
   dpkg-dev file                    # hardening flags; the package (cpack: shlibdeps, strip)
   lintian                          # the package test
   prometheus-node-exporter         # the Prometheus scrape test
+  systemd                          # systemd-analyze, which verifies and rates the units
 )
 # --fuzz: also what the libFuzzer targets (fuzz/, tools/fuzz.sh) build with.
 if [[ "${1:-}" == --fuzz ]]; then
