@@ -18,13 +18,14 @@
 #include <string>
 #include <vector>
 
-#include "profiler/compact_replay.h"
-#include "profiler/lru_replay.h"
-#include "profiler/replay_trace.h"
+#include "profiler/replay/compact_replay.h"
+#include "profiler/replay/literal_replay.h"
+#include "profiler/replay/replay.h"
+#include "profiler/read/compact_recorder.h"
 #include "profiler/profiler_main.h"
 #include "profiler/run_state.h"
-#include "profiler/trace_input.h"
-#include "profiler/trace_part.h"
+#include "profiler/read/trace_input.h"
+#include "profiler/read/trace_parts.h"
 #include "profiler/trace_state.h"
 #include "support/temp_dir.h"
 #include "zeroed_heap.h"
@@ -164,7 +165,7 @@ protected:
 };
 
 // Each word's read start and admission mark, in order.
-std::vector<uint32_t> marks(const replay_trace &t) {
+std::vector<uint32_t> marks(const compact_trace &t) {
   std::vector<uint32_t> out;
   std::unique_ptr<uint32_t[]> buffer;
   for (uint64_t c = 0; c < t.words.chunks(); c++) {
@@ -194,12 +195,12 @@ TEST_F(ReplayDifferential, HitsAndMissesAtEverySizeAndChunk) {
     FILE *f = text_file(text);
     auto ctx = make_zeroed<iostat_ctx>();
     vol_process_trace_input(f, ctx.get()); // the thresholds
-    const replay_trace *counted = vol_kept_replay_trace();
+    const compact_trace *counted = vol_kept_replay_trace();
     ASSERT_NE(counted, nullptr);
     std::vector<uint64_t> figures_by_chunk[2];
     for (uint64_t chunk : {TRACE_CHUNK_WORDS, uint64_t{7}}) {
       rewind(f);
-      std::unique_ptr<replay_trace> t = vol_settle_replay_trace(vol_record_replay_trace(f, chunk));
+      std::unique_ptr<compact_trace> t = vol_settle_replay_trace(vol_record_replay_trace(f, chunk));
       ASSERT_NE(t, nullptr);
       if (chunk == TRACE_CHUNK_WORDS) {
         ASSERT_EQ(marks(*counted), marks(*t));
@@ -250,7 +251,7 @@ TEST_F(ReplayDifferential, PartsReadApartGiveWhatTheWholeGives) {
     o.run = {num_of_reads, casize, vol_parts_taken()};
     for (const wrkload_node *w = wrkload_list; w != nullptr; w = w->next)
       o.run.insert(o.run.end(), {w->elapsed, w->rec.threshold, w->rec.wl_count});
-    const replay_trace *t = vol_kept_replay_trace();
+    const compact_trace *t = vol_kept_replay_trace();
     if (t == nullptr)
       return o;
     o.marks = marks(*t);

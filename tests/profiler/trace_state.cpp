@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 
-#include "profiler/lru_replay.h"
+#include "profiler/replay/literal_replay.h"
+#include "profiler/replay/replay.h"
 #include "profiler/run_state.h"
-#include "profiler/trace_input.h"
+#include "profiler/read/trace_input.h"
 
 void reset_trace_state() {
   vol_use_literal_replay(false);

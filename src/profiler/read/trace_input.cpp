@@ -1,0 +1,545 @@
+// Trace input: reads the trace one 600-second interval at a time into the
+// context's region store, selects each interval's workload, keeps a copy of
+// it per interval and counts, per volume, the hot regions of every interval.
+// The largest such count per volume, summed and tripled, is the first cache
+// size the search tries.
+
+#include "profiler/read/trace_input.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <sys/stat.h>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "common/xmalloc.h"
+#include "daemon/iostat_ctx.h"
+#include "daemon/settings.h"
+#include "profiler/read/device_table.h"
+#include "profiler/read/heap_policy.h"
+#include "profiler/read/line_views.h"
+#include "profiler/read/compact_recorder.h"
+#include "profiler/run_state.h"
+#include "profiler/read/trace_line.h"
+#include "profiler/read/trace_parts.h"
+#include "profiler/read/piece_reader.h"
+#include "profiler/read/trace_scan.h"
+
+wrkload_node *wrkload_list;
+wrkload_node *wrkload_tail;
+
+namespace {
+
+constexpr uint64_t INTERVAL_SECONDS = 600;
+constexpr unsigned REGION_SHIFT = 7; // 128 blocks a region
+
+// Counts one access to region r of volume id, adding the region when new.
+void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
+  stat_ent *e = vol_stathash_find(r, id, store);
+  if (e != nullptr) {
+    e->acc_cnt++;
+    return;
+  }
+  e = vol_stathash_pool_carve(store, cursor);
+  if (e == nullptr)
+    return; // out of memory, message printed: the access goes uncounted
+  e->region = r;
+  e->acc_cnt = 1;
+  e->volid = id & 0xFFFF;
+  vol_stathash_add(e, store);
+}
+
+// Takes one request of the trace input's view (vol_take_trace_request), its
+// device and its count in num_of_reads.  `known`: the device's volid16,
+// found when the line was scanned, or negative: then it is looked up (and
+// made when new).
+bool take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id, int64_t known = -1) {
+  const bool forward = vol_take_trace_request(line, first, last);
+  if (known >= 0)
+    *id = static_cast<uint32_t>(known);
+  else
+    *id = vol_get_unique_volid(line->major, static_cast<uint32_t>(line->minor));
+  num_of_reads++;
+  return forward;
+}
+
+// Counts one request in the recorder's per-interval counts; when the replay
+// sees the same request (`same`), records its region ids too.  `known` as
+// for take_request.
+void count_request(trace_line *line, compact_recorder *rec, bool same, int64_t known) {
+  uint64_t first;
+  uint64_t last;
+  uint32_t id;
+  const bool forward = take_request(line, &first, &last, &id, known);
+  if (same) {
+    if (forward)
+      rec->begin_read();
+    else
+      rec->wrapped_read();
+  }
+  if (forward)
+    rec->count_read(id & 0xFFFF, first, last, same);
+}
+
+// The last interval is usually partial but counts a full 600 seconds.
+void finish_input(uint64_t elapsed) {
+  duration = static_cast<float>(elapsed) / 3600.0f;
+  casize = 3 * vol_calc_maxwload_size();
+}
+
+// The end of one of the trace input's intervals, its workload selected: the
+// workload is kept.
+void keep_interval(iostat_ctx *ctx, uint64_t elapsed) {
+  vol_add_workload(&ctx->wrkload, elapsed);
+  // The node holds a copy of the record; its regions array goes now (and
+  // the copy's pointer with it, so that nothing can follow it).  The
+  // threshold stays, so an interval without a cut inherits the last one.
+  if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
+    wrkload_tail->rec.regions = nullptr;
+  vol_clear_workload(&ctx->wrkload);
+}
+
+} // namespace
+
+namespace {
+// The trace input as it ran before the compact form: one interval at a time
+// through vol_read_btfile, nothing recorded.  The reference for whole runs.
+void read_intervals(FILE *trace, iostat_ctx *ctx);
+} // namespace
+
+bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last) {
+  *first = start >> REGION_SHIFT;
+  *last = (start + length - 1) >> REGION_SHIFT;
+  if (*first > *last)
+    return false;
+  if (*last - *first >= TRACE_MAX_REQUEST_REGIONS)
+    *last = *first + TRACE_MAX_REQUEST_REGIONS - 1;
+  return true;
+}
+
+bool vol_take_trace_request(trace_line *line, uint64_t *first, uint64_t *last) {
+  const bool forward = vol_trace_request_regions(line->start, line->length, first, last);
+  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
+  return forward;
+}
+
+uint32_t vol_get_unique_volid(int32_t major, uint32_t minor) {
+  const int32_t signed_minor = static_cast<int32_t>(minor);
+  volid_ent *e = vol_find_device(major, signed_minor);
+  if (e == nullptr)
+    e = vol_new_device(major, signed_minor);
+  return static_cast<uint32_t>(e->uniq_id);
+}
+
+int vol_read_btfile(FILE *trace, stathash *store) {
+  // Every interval starts a chunk of its own, even if it carves nothing.
+  stat_pool_cursor cursor{};
+  (void)vol_stathash_pool_append_chunk(store, &cursor);
+
+  trace_line line{};
+  while (vol_trace_read_line(trace, &line)) {
+    trace_line_kind kind = vol_trace_line_kind(&line);
+    if (kind == trace_line_kind::separator)
+      return 0;
+    if (kind != trace_line_kind::request)
+      continue;
+    uint64_t first;
+    uint64_t last;
+    uint32_t id;
+    if (!take_request(&line, &first, &last, &id))
+      continue;
+    // last <= 2^57 - 1, so r never wraps.
+    for (uint64_t r = first; r <= last; r++)
+      count_region(store, &cursor, r, id);
+  }
+  return -1;
+}
+
+namespace {
+
+// Appends this interval's record of every known volume, counting 0, to the
+// volume's list.  The records, one per volume (null for one that could not
+// be had); null when the array cannot be had.
+vwload_ent **append_volume_records() {
+  const uint32_t volumes = static_cast<uint32_t>(guniq_id);
+  auto **current = static_cast<vwload_ent **>(zrvmutil_xmalloc(static_cast<uint64_t>(volumes) * sizeof(vwload_ent *)));
+  if (current == nullptr)
+    return nullptr;
+  for (uint32_t u = 0; u < volumes; u++) {
+    auto *e = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
+    current[u] = e;
+    if (e == nullptr)
+      continue;
+    if (vwload_list[u] == nullptr)
+      vwload_list[u] = e;
+    else
+      vwload_last[u]->next = e;
+    vwload_last[u] = e;
+  }
+  return current;
+}
+
+wrkload_node *append_workload_node(const wrkload_rec *rec, uint64_t elapsed) {
+  auto *node = static_cast<wrkload_node *>(zrvmutil_xmalloc(sizeof(wrkload_node)));
+  if (node == nullptr)
+    return nullptr;
+  node->rec = *rec;
+  node->elapsed = elapsed;
+  node->next = nullptr;
+  if (wrkload_list == nullptr)
+    wrkload_list = node;
+  else
+    wrkload_tail->next = node;
+  wrkload_tail = node;
+  return node;
+}
+
+} // namespace
+
+void vol_add_vol_wload(wrkload_node *node) {
+  const wrkload_rec &rec = node->rec;
+  if (rec.regions == nullptr || rec.wl_count == 0)
+    return;
+  // A volume none of whose regions is hot counts 0.
+  vwload_ent **current = append_volume_records();
+  if (current == nullptr)
+    return;
+  const uint32_t volumes = static_cast<uint32_t>(guniq_id);
+  // The selection's wl_count takes one entry beyond those at or above the
+  // threshold; leaving the last one out counts exactly the hot regions.
+  for (uint64_t i = 0; i + 1 < rec.wl_count; i++) {
+    uint32_t volid = rec.regions[i].volid;
+    if (volid < volumes && current[volid] != nullptr)
+      current[volid]->count++;
+  }
+  free(current);
+}
+
+void vol_add_workload_counted(const wrkload_rec *rec, uint64_t elapsed, const uint64_t *hot) {
+  if (append_workload_node(rec, elapsed) == nullptr || rec->wl_count == 0)
+    return;
+  vwload_ent **current = append_volume_records();
+  if (current == nullptr)
+    return;
+  for (uint32_t u = 0; u < static_cast<uint32_t>(guniq_id); u++) {
+    if (current[u] != nullptr)
+      current[u]->count = hot[u];
+  }
+  free(current);
+}
+
+void vol_add_workload(const wrkload_rec *rec, uint64_t elapsed) {
+  if (wrkload_node *node = append_workload_node(rec, elapsed))
+    vol_add_vol_wload(node);
+}
+
+uint32_t get_threshold_from_workload(uint64_t t) {
+  // Unsigned on purpose: t = 600 asks for stamp 0, and t = 0 for a stamp no
+  // interval carries, so the first interval always gets 0.
+  const uint64_t stamp = t - INTERVAL_SECONDS;
+  for (const wrkload_node *n = wrkload_list; n != nullptr; n = n->next) {
+    if (n->elapsed == stamp)
+      return n->rec.threshold;
+  }
+  return 0;
+}
+
+uint64_t vol_calc_maxwload_size(void) {
+  if (guniq_id <= 0)
+    return 0;
+  uint64_t sum = 0;
+  for (uint32_t u = 0; u < static_cast<uint32_t>(guniq_id); u++) {
+    uint64_t max = 0;
+    for (const vwload_ent *e = vwload_list[u]; e != nullptr; e = e->next) {
+      if (e->count > max)
+        max = e->count;
+    }
+    sum += max;
+    auto *m = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
+    if (m == nullptr)
+      continue;
+    m->count = max;
+    if (vmaxwload_list[u] != nullptr) {
+      free(vmaxwload_list[u]->name);
+      free(vmaxwload_list[u]);
+    }
+    vmaxwload_list[u] = m;
+  }
+  return sum;
+}
+
+namespace {
+
+// The single pass that also records the compact form.  False when the
+// standard containers behind the form ran out of memory (they report it by
+// throwing, which is caught here and nowhere deeper): the pass is then
+// unfinished and its state must be forgotten.
+bool count_and_record(FILE *trace, const struct stat &file, unsigned threads, iostat_ctx *ctx,
+                      std::unique_ptr<compact_recorder::pending> *form);
+
+} // namespace
+
+void vol_forget_trace_input(void) {
+  for (volid_ent *&chain : volid_list) {
+    while (chain != nullptr) {
+      volid_ent *next = chain->next;
+      free(chain->name);
+      free(chain);
+      chain = next;
+    }
+  }
+  guniq_id = 0;
+  while (wrkload_list != nullptr) {
+    wrkload_node *next = wrkload_list->next;
+    free(wrkload_list);
+    wrkload_list = next;
+  }
+  wrkload_tail = nullptr;
+  for (uint32_t u = 0; u < vwload_slots; u++) {
+    while (vwload_list[u] != nullptr) {
+      vwload_ent *next = vwload_list[u]->next;
+      free(vwload_list[u]->name);
+      free(vwload_list[u]);
+      vwload_list[u] = next;
+    }
+    vwload_last[u] = nullptr;
+  }
+  num_of_reads = 0;
+}
+
+void vol_clear_all_but_buckets(iostat_ctx *ctx) {
+  ctx->info = iostat_info{};
+  ctx->guidmap = nullptr;
+  ctx->store.count = 0;
+  ctx->store.pool = nullptr;
+  memset(&ctx->wrkload, 0, sizeof(ctx->wrkload));
+}
+
+bool vol_read_trace(FILE *trace, iostat_ctx *ctx, unsigned threads,
+                    std::unique_ptr<compact_recorder::pending> *form) {
+  struct stat file {};
+  if (fstat(fileno(trace), &file) != 0)
+    file = {};
+  vol_profile_heap(S_ISREG(file.st_mode) ? static_cast<uint64_t>(file.st_size) : 0);
+  bool recorded = true;
+  if (form != nullptr) {
+    vol_clear_all_but_buckets(ctx);
+    if (count_and_record(trace, file, threads, ctx, form))
+      return true;
+    // Without memory for the compact form the trace is read again from the
+    // first line, as a run without the form reads it; that reading meets
+    // each failed allocation by reporting it and going on without the
+    // region.
+    vol_forget_trace_input();
+    vol_clear_workload(&ctx->wrkload);
+    clearerr(trace);
+    rewind(trace);
+    recorded = false;
+  }
+  memset(ctx, 0, sizeof(*ctx));
+  read_intervals(trace, ctx);
+  return recorded;
+}
+
+namespace {
+
+// What the reading pass carries from one line to the next: each view's
+// fields, and the end of the current interval in seconds.
+struct reading_state {
+  trace_line counted{};
+  trace_line replayed{};
+  uint64_t elapsed = INTERVAL_SECONDS;
+};
+
+// The threshold the interval after the one kept at `elapsed` is marked with.
+uint32_t threshold_after(uint64_t elapsed) {
+  return wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed ? wrkload_tail->rec.threshold : 0;
+}
+
+// Counts and records every piece `reader` hands out (vol_read_both_views).
+// Each view keeps its own fields; while they agree, the replay's ids come
+// from the aggregation's lookups.  False when the key table could not grow.
+bool read_lines(trace_piece_reader *reader, reading_state *st, compact_recorder *replay, iostat_ctx *ctx) {
+  lines_ahead ahead(reader, replay, [](int32_t major, int32_t minor) -> int64_t {
+    const volid_ent *e = vol_find_device(major, minor);
+    if (e == nullptr)
+      return -1;
+    return static_cast<uint32_t>(e->uniq_id) & 0xFFFF;
+  });
+  struct single_pass {
+    reading_state *st;
+    compact_recorder *replay;
+    iostat_ctx *ctx;
+    bool line() { return true; }
+    bool views_differ() {
+      replay->views_differ();
+      return true;
+    }
+    bool separator() {
+      replay->rank_interval(ctx);
+      keep_interval(ctx, st->elapsed);
+      // The next interval's replay admits by this one's threshold.
+      replay->next_threshold(threshold_after(st->elapsed));
+      st->elapsed += INTERVAL_SECONDS;
+      return true;
+    }
+    bool request(trace_line *line, bool same, int64_t device) {
+      count_request(line, replay, same, device);
+      return replay->counting_ok();
+    }
+  } pass{st, replay, ctx};
+  return vol_read_both_views(&ahead, &st->counted, &st->replayed, replay, &pass);
+}
+
+// Whether the devices of a part read apart can be made without their
+// numbers outgrowing the keys' 16 bits.
+bool part_devices_fit(const trace_part &part) {
+  uint64_t devices = static_cast<uint64_t>(guniq_id);
+  for (const auto &[major, minor] : part.devices)
+    devices += vol_find_device(major, minor) == nullptr;
+  return devices <= 0xFFFF;
+}
+
+// Takes in a part read apart, as read_lines would have read its lines: its
+// devices are made in the order met, interval by interval, its intervals'
+// workloads kept, and its form appended to the replay's.  False when the
+// key table could not grow.
+bool take_part(trace_part *part, reading_state *st, compact_recorder *replay, iostat_ctx *ctx) {
+  const size_t first_threshold = replay->threshold_index();
+  std::vector<uint32_t> volid16(part->devices.size());
+  size_t made = 0;
+  for (const part_interval &kept : part->intervals) {
+    for (; made < kept.devices; made++) {
+      const auto &[major, minor] = part->devices[made];
+      volid16[made] = vol_get_unique_volid(major, static_cast<uint32_t>(minor)) & 0xFFFF;
+    }
+    wrkload_rec rec = kept.rec;
+    if (kept.inherits)
+      rec.threshold = ctx->wrkload.threshold;
+    std::vector<uint64_t> hot(static_cast<uint32_t>(guniq_id), 0);
+    for (size_t d = 0; d < kept.hot.size(); d++)
+      hot[volid16[d]] += kept.hot[d];
+    vol_add_workload_counted(&rec, st->elapsed, hot.data());
+    ctx->wrkload = rec; // what the record keeps for the next interval
+    vol_clear_workload(&ctx->wrkload);
+    if (kept.ends_file)
+      break;
+    replay->next_threshold(threshold_after(st->elapsed));
+    st->elapsed += INTERVAL_SECONDS;
+  }
+  num_of_reads += part->reads;
+  const bool ok = replay->absorb(part->replay.get(), volid16, first_threshold, part->last);
+  part->replay.reset();
+  return ok || replay->counting_ok();
+}
+
+unsigned parts_taken; // by the last reading pass
+
+// The parts the trace is read in, the first by the caller; empty for one
+// part.  Parts are worth their threads only on processors of their own.  At
+// any debug level every interval's selection prints its lines, and a part
+// read apart prints nothing: the whole file is then read here, in order.
+std::vector<trace_part> plan_parts(FILE *trace, const struct stat &file, unsigned threads) {
+  std::vector<trace_part> parts;
+  const off_t begin = ftello(trace);
+  if (threads < 2 || debug != 0 || !S_ISREG(file.st_mode) || begin < 0 || file.st_size <= begin)
+    return parts;
+  const auto end = static_cast<uint64_t>(file.st_size);
+  const std::vector<uint64_t> starts =
+      vol_trace_part_starts(fileno(trace), static_cast<uint64_t>(begin), end, threads, vol_least_part_bytes());
+  if (starts.empty())
+    return parts;
+  parts.resize(starts.size() + 1);
+  parts[0].begin = static_cast<uint64_t>(begin);
+  for (size_t k = 0; k < starts.size(); k++) {
+    parts[k].end = starts[k];
+    parts[k + 1].begin = starts[k];
+  }
+  parts.back().end = end;
+  parts.back().last = true;
+  return parts;
+}
+
+// `file`: the trace's status, its type 0 when unknown.
+bool count_and_record(FILE *trace, const struct stat &file, unsigned threads, iostat_ctx *ctx,
+                      std::unique_ptr<compact_recorder::pending> *form) try {
+  // One pass serves the aggregation and records the compact form for the
+  // replays.  With processors to spare, the parts after the first are read
+  // apart meanwhile and taken in after it; a part that could not be read
+  // apart is read here, in its turn.
+  compact_recorder replay;
+  reading_state st;
+  replay.marks_as_counted();
+  std::vector<trace_part> parts = plan_parts(trace, file, threads);
+  // The keys of the last part read apart never enter this table: it holds
+  // those of the parts before.
+  if (parts.size() == 2)
+    replay.expect_trace_bytes(parts[0].end - parts[0].begin);
+  else if (S_ISREG(file.st_mode))
+    replay.expect_trace_bytes(static_cast<uint64_t>(file.st_size));
+  parts_taken = 0;
+  bool last_taken = false; // the last part was read apart and taken in
+  if (parts.empty()) {
+    trace_piece_reader reader(trace);
+    if (!read_lines(&reader, &st, &replay, ctx))
+      return false;
+  } else {
+    const int fd = fileno(trace);
+    std::vector<std::jthread> apart; // apart[k - 1] reads parts[k]
+    for (size_t k = 1; k < parts.size(); k++) {
+      try {
+        apart.emplace_back([fd, part = &parts[k]](std::stop_token stop) { vol_read_trace_part(fd, part, stop); });
+      } catch (const std::system_error &) {
+        break; // no thread to be had: the rest are read here
+      }
+    }
+    for (size_t k = 0; k < parts.size(); k++) {
+      trace_part &part = parts[k];
+      if (k > 0 && k <= apart.size()) {
+        apart[k - 1].join();
+        if (part.ok && part_devices_fit(part)) {
+          if (!take_part(&part, &st, &replay, ctx))
+            return false;
+          parts_taken++;
+          last_taken = part.last;
+          continue;
+        }
+      }
+      trace_piece_reader reader(fd, part.begin, part.end);
+      if (!read_lines(&reader, &st, &replay, ctx))
+        return false;
+      if (reader.cut_short())
+        break; // a read error ends the trace here, as it would in one part
+    }
+  }
+  if (!last_taken) {
+    replay.rank_interval(ctx);
+    keep_interval(ctx, st.elapsed);
+  }
+  *form = replay.finish(!last_taken);
+  finish_input(st.elapsed);
+  return true;
+} catch (const std::bad_alloc &) {
+  return false;
+}
+
+} // namespace
+
+unsigned vol_parts_taken(void) { return parts_taken; }
+
+namespace {
+void read_intervals(FILE *trace, iostat_ctx *ctx) {
+  uint64_t elapsed = 0;
+  int status;
+  do {
+    elapsed += INTERVAL_SECONDS;
+    status = vol_read_btfile(trace, &ctx->store);
+    vol_calc_workload(ctx);
+    vol_stathash_reset(&ctx->store); // only this path fills the store
+    keep_interval(ctx, elapsed);
+  } while (status != -1);
+  finish_input(elapsed);
+}
+} // namespace
