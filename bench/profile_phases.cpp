@@ -21,15 +21,15 @@
 
 #include "common/message_catalog.h"
 #include "common/xmalloc.h"
-#include "daemon/settings.h"
 #include "daemon/iostat_ctx.h"
-#include "profiler/report/cache_stats.h"
+#include "daemon/settings.h"
+#include "profiler/profiler_main.h"
+#include "profiler/read/trace_input.h"
 #include "profiler/replay/compact_replay.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
-#include "profiler/profiler_main.h"
+#include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"
-#include "profiler/read/trace_input.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <map>
 
-#include "profiler/report/cache_stats.h"
 #include "profiler/replay/replay.h"
+#include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"
 
 std::vector<curve_replay_result> curve_replay(

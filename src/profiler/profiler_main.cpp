@@ -10,12 +10,12 @@
 #include "common/pfmt.h"
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
-#include "profiler/report/cache_stats.h"
+#include "profiler/read/trace_input.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
-#include "profiler/run_state.h"
+#include "profiler/report/cache_stats.h"
 #include "profiler/report/sample_report.h"
-#include "profiler/read/trace_input.h"
+#include "profiler/run_state.h"
 
 namespace {
 

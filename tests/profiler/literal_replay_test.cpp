@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "profiler/read/trace_input.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
 #include "profiler/run_state.h"
-#include "profiler/read/trace_input.h"
 #include "profiler/trace_state.h"
 #include "support/temp_dir.h"
 

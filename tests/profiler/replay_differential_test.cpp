@@ -18,19 +18,19 @@
 #include <string>
 #include <vector>
 
+#include "daemon/iostat_ctx.h"
+#include "daemon/settings.h"
+#include "profiler/profiler_main.h"
+#include "profiler/read/compact_recorder.h"
+#include "profiler/read/trace_input.h"
+#include "profiler/read/trace_parts.h"
 #include "profiler/replay/compact_replay.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
-#include "profiler/read/compact_recorder.h"
-#include "profiler/profiler_main.h"
 #include "profiler/run_state.h"
-#include "profiler/read/trace_input.h"
-#include "profiler/read/trace_parts.h"
 #include "profiler/trace_state.h"
 #include "support/temp_dir.h"
 #include "zeroed_heap.h"
-#include "daemon/iostat_ctx.h"
-#include "daemon/settings.h"
 
 namespace {
 

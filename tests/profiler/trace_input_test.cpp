@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "daemon/iostat_ctx.h"
-#include "profiler/run_state.h"
-#include "profiler/report/sample_report.h"
 #include "profiler/read/trace_input.h"
-#include "profiler/replay/replay.h"
 #include "profiler/read/trace_parts.h"
+#include "profiler/replay/replay.h"
+#include "profiler/report/sample_report.h"
+#include "profiler/run_state.h"
 #include "profiler/trace_state.h"
 #include "zeroed_heap.h"
 

@@ -14,8 +14,8 @@
 #include <tuple>
 #include <vector>
 
-#include "profiler/read/trace_line.h"
 #include "profiler/read/piece_reader.h"
+#include "profiler/read/trace_line.h"
 #include "profiler/read/trace_scan.h"
 
 namespace {

@@ -2,10 +2,10 @@
 
 #include <cstdlib>
 
+#include "profiler/read/trace_input.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
 #include "profiler/run_state.h"
-#include "profiler/read/trace_input.h"
 
 void reset_trace_state() {
   vol_use_literal_replay(false);

@@ -6,15 +6,16 @@
 #include <algorithm>
 #include <new>
 
+#include "common/zeroed_pages.h"
 #include "daemon/iostat_ctx.h"
 #include "daemon/settings.h"
 #include "daemon/workload_select.h"
 #include "profiler/read/device_table.h"
-#include "profiler/read/trace_input.h"
+#include "profiler/read/interval_workloads.h"
 #include "profiler/read/piece_reader.h"
-#include "profiler/read/trace_scan.h"
-#include "common/zeroed_pages.h"
 #include "profiler/read/region_key_table.h"
+#include "profiler/read/trace_line.h"
+#include "profiler/read/trace_scan.h"
 #include "stats/stathash.h"
 
 namespace {

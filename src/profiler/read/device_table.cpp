@@ -44,3 +44,11 @@ bool vol_set_name(char **buffer, const char *name) {
   vol_strlcpy(*buffer, name, VOL_NAME_BUF);
   return true;
 }
+
+uint32_t vol_get_unique_volid(int32_t major, uint32_t minor) {
+  const int32_t signed_minor = static_cast<int32_t>(minor);
+  volid_ent *e = vol_find_device(major, signed_minor);
+  if (e == nullptr)
+    e = vol_new_device(major, signed_minor);
+  return static_cast<uint32_t>(e->uniq_id);
+}

@@ -29,3 +29,6 @@ constexpr size_t VOL_NAME_BUF = 256;
 // use and reusing it after, so naming a device again leaks nothing.  False,
 // with *buffer unchanged, when the buffer cannot be allocated.
 bool vol_set_name(char **buffer, const char *name);
+
+// The dense number of (major, minor), creating the device if it is new.
+uint32_t vol_get_unique_volid(int32_t major, uint32_t minor);

@@ -8,9 +8,8 @@
 #include <cstdint>
 
 #include "profiler/read/compact_recorder.h"
-#include "profiler/read/trace_input.h"
-#include "profiler/read/trace_line.h"
 #include "profiler/read/piece_reader.h"
+#include "profiler/read/trace_line.h"
 #include "profiler/read/trace_scan.h"
 
 // DeviceKey: key(major, minor) is the device key the reader counts the

@@ -17,23 +17,17 @@
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
 #include "daemon/settings.h"
+#include "profiler/read/compact_recorder.h"
 #include "profiler/read/device_table.h"
 #include "profiler/read/heap_policy.h"
 #include "profiler/read/line_views.h"
-#include "profiler/read/compact_recorder.h"
-#include "profiler/run_state.h"
+#include "profiler/read/piece_reader.h"
 #include "profiler/read/trace_line.h"
 #include "profiler/read/trace_parts.h"
-#include "profiler/read/piece_reader.h"
 #include "profiler/read/trace_scan.h"
-
-wrkload_node *wrkload_list;
-wrkload_node *wrkload_tail;
+#include "profiler/run_state.h"
 
 namespace {
-
-constexpr uint64_t INTERVAL_SECONDS = 600;
-constexpr unsigned REGION_SHIFT = 7; // 128 blocks a region
 
 // Counts one access to region r of volume id, adding the region when new.
 void count_region(stathash *store, stat_pool_cursor *cursor, uint64_t r, uint32_t id) {
@@ -89,18 +83,6 @@ void finish_input(uint64_t elapsed) {
   casize = 3 * vol_calc_maxwload_size();
 }
 
-// The end of one of the trace input's intervals, its workload selected: the
-// workload is kept.
-void keep_interval(iostat_ctx *ctx, uint64_t elapsed) {
-  vol_add_workload(&ctx->wrkload, elapsed);
-  // The node holds a copy of the record; its regions array goes now (and
-  // the copy's pointer with it, so that nothing can follow it).  The
-  // threshold stays, so an interval without a cut inherits the last one.
-  if (wrkload_tail != nullptr && wrkload_tail->rec.regions == ctx->wrkload.regions)
-    wrkload_tail->rec.regions = nullptr;
-  vol_clear_workload(&ctx->wrkload);
-}
-
 } // namespace
 
 namespace {
@@ -108,30 +90,6 @@ namespace {
 // through vol_read_btfile, nothing recorded.  The reference for whole runs.
 void read_intervals(FILE *trace, iostat_ctx *ctx);
 } // namespace
-
-bool vol_trace_request_regions(uint64_t start, uint64_t length, uint64_t *first, uint64_t *last) {
-  *first = start >> REGION_SHIFT;
-  *last = (start + length - 1) >> REGION_SHIFT;
-  if (*first > *last)
-    return false;
-  if (*last - *first >= TRACE_MAX_REQUEST_REGIONS)
-    *last = *first + TRACE_MAX_REQUEST_REGIONS - 1;
-  return true;
-}
-
-bool vol_take_trace_request(trace_line *line, uint64_t *first, uint64_t *last) {
-  const bool forward = vol_trace_request_regions(line->start, line->length, first, last);
-  line->length = (line->start + line->length - 1) >> REGION_SHIFT;
-  return forward;
-}
-
-uint32_t vol_get_unique_volid(int32_t major, uint32_t minor) {
-  const int32_t signed_minor = static_cast<int32_t>(minor);
-  volid_ent *e = vol_find_device(major, signed_minor);
-  if (e == nullptr)
-    e = vol_new_device(major, signed_minor);
-  return static_cast<uint32_t>(e->uniq_id);
-}
 
 int vol_read_btfile(FILE *trace, stathash *store) {
   // Every interval starts a chunk of its own, even if it carves nothing.
@@ -155,119 +113,6 @@ int vol_read_btfile(FILE *trace, stathash *store) {
       count_region(store, &cursor, r, id);
   }
   return -1;
-}
-
-namespace {
-
-// Appends this interval's record of every known volume, counting 0, to the
-// volume's list.  The records, one per volume (null for one that could not
-// be had); null when the array cannot be had.
-vwload_ent **append_volume_records() {
-  const uint32_t volumes = static_cast<uint32_t>(guniq_id);
-  auto **current = static_cast<vwload_ent **>(zrvmutil_xmalloc(static_cast<uint64_t>(volumes) * sizeof(vwload_ent *)));
-  if (current == nullptr)
-    return nullptr;
-  for (uint32_t u = 0; u < volumes; u++) {
-    auto *e = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
-    current[u] = e;
-    if (e == nullptr)
-      continue;
-    if (vwload_list[u] == nullptr)
-      vwload_list[u] = e;
-    else
-      vwload_last[u]->next = e;
-    vwload_last[u] = e;
-  }
-  return current;
-}
-
-wrkload_node *append_workload_node(const wrkload_rec *rec, uint64_t elapsed) {
-  auto *node = static_cast<wrkload_node *>(zrvmutil_xmalloc(sizeof(wrkload_node)));
-  if (node == nullptr)
-    return nullptr;
-  node->rec = *rec;
-  node->elapsed = elapsed;
-  node->next = nullptr;
-  if (wrkload_list == nullptr)
-    wrkload_list = node;
-  else
-    wrkload_tail->next = node;
-  wrkload_tail = node;
-  return node;
-}
-
-} // namespace
-
-void vol_add_vol_wload(wrkload_node *node) {
-  const wrkload_rec &rec = node->rec;
-  if (rec.regions == nullptr || rec.wl_count == 0)
-    return;
-  // A volume none of whose regions is hot counts 0.
-  vwload_ent **current = append_volume_records();
-  if (current == nullptr)
-    return;
-  const uint32_t volumes = static_cast<uint32_t>(guniq_id);
-  // The selection's wl_count takes one entry beyond those at or above the
-  // threshold; leaving the last one out counts exactly the hot regions.
-  for (uint64_t i = 0; i + 1 < rec.wl_count; i++) {
-    uint32_t volid = rec.regions[i].volid;
-    if (volid < volumes && current[volid] != nullptr)
-      current[volid]->count++;
-  }
-  free(current);
-}
-
-void vol_add_workload_counted(const wrkload_rec *rec, uint64_t elapsed, const uint64_t *hot) {
-  if (append_workload_node(rec, elapsed) == nullptr || rec->wl_count == 0)
-    return;
-  vwload_ent **current = append_volume_records();
-  if (current == nullptr)
-    return;
-  for (uint32_t u = 0; u < static_cast<uint32_t>(guniq_id); u++) {
-    if (current[u] != nullptr)
-      current[u]->count = hot[u];
-  }
-  free(current);
-}
-
-void vol_add_workload(const wrkload_rec *rec, uint64_t elapsed) {
-  if (wrkload_node *node = append_workload_node(rec, elapsed))
-    vol_add_vol_wload(node);
-}
-
-uint32_t get_threshold_from_workload(uint64_t t) {
-  // Unsigned on purpose: t = 600 asks for stamp 0, and t = 0 for a stamp no
-  // interval carries, so the first interval always gets 0.
-  const uint64_t stamp = t - INTERVAL_SECONDS;
-  for (const wrkload_node *n = wrkload_list; n != nullptr; n = n->next) {
-    if (n->elapsed == stamp)
-      return n->rec.threshold;
-  }
-  return 0;
-}
-
-uint64_t vol_calc_maxwload_size(void) {
-  if (guniq_id <= 0)
-    return 0;
-  uint64_t sum = 0;
-  for (uint32_t u = 0; u < static_cast<uint32_t>(guniq_id); u++) {
-    uint64_t max = 0;
-    for (const vwload_ent *e = vwload_list[u]; e != nullptr; e = e->next) {
-      if (e->count > max)
-        max = e->count;
-    }
-    sum += max;
-    auto *m = static_cast<vwload_ent *>(zrvmutil_xmalloc(sizeof(vwload_ent)));
-    if (m == nullptr)
-      continue;
-    m->count = max;
-    if (vmaxwload_list[u] != nullptr) {
-      free(vmaxwload_list[u]->name);
-      free(vmaxwload_list[u]);
-    }
-    vmaxwload_list[u] = m;
-  }
-  return sum;
 }
 
 namespace {
@@ -307,14 +152,6 @@ void vol_forget_trace_input(void) {
     vwload_last[u] = nullptr;
   }
   num_of_reads = 0;
-}
-
-void vol_clear_all_but_buckets(iostat_ctx *ctx) {
-  ctx->info = iostat_info{};
-  ctx->guidmap = nullptr;
-  ctx->store.count = 0;
-  ctx->store.pool = nullptr;
-  memset(&ctx->wrkload, 0, sizeof(ctx->wrkload));
 }
 
 bool vol_read_trace(FILE *trace, iostat_ctx *ctx, unsigned threads,
@@ -379,7 +216,7 @@ bool read_lines(trace_piece_reader *reader, reading_state *st, compact_recorder 
     }
     bool separator() {
       replay->rank_interval(ctx);
-      keep_interval(ctx, st->elapsed);
+      vol_keep_interval(ctx, st->elapsed);
       // The next interval's replay admits by this one's threshold.
       replay->next_threshold(threshold_after(st->elapsed));
       st->elapsed += INTERVAL_SECONDS;
@@ -516,7 +353,7 @@ bool count_and_record(FILE *trace, const struct stat &file, unsigned threads, io
   }
   if (!last_taken) {
     replay.rank_interval(ctx);
-    keep_interval(ctx, st.elapsed);
+    vol_keep_interval(ctx, st.elapsed);
   }
   *form = replay.finish(!last_taken);
   finish_input(st.elapsed);
@@ -538,7 +375,7 @@ void read_intervals(FILE *trace, iostat_ctx *ctx) {
     status = vol_read_btfile(trace, &ctx->store);
     vol_calc_workload(ctx);
     vol_stathash_reset(&ctx->store); // only this path fills the store
-    keep_interval(ctx, elapsed);
+    vol_keep_interval(ctx, elapsed);
   } while (status != -1);
   finish_input(elapsed);
 }

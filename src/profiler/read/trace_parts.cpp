@@ -8,10 +8,11 @@
 #include <unordered_map>
 
 #include "daemon/iostat_ctx.h"
+#include "profiler/read/device_table.h"
+#include "profiler/read/interval_workloads.h"
 #include "profiler/read/line_views.h"
-#include "profiler/read/trace_input.h"
-#include "profiler/read/trace_line.h"
 #include "profiler/read/piece_reader.h"
+#include "profiler/read/trace_line.h"
 
 namespace {
 

@@ -4,16 +4,16 @@
 #include "profiler/replay/literal_replay.h"
 
 #include "common/pfmt.h"
-#include "profiler/run_state.h"
-#include "profiler/read/trace_input.h"
+#include "profiler/read/device_table.h"
+#include "profiler/read/interval_workloads.h"
 #include "profiler/read/trace_line.h"
+#include "profiler/run_state.h"
 
 stathash access_tbl;
 stat_pool_cursor canodebuf;
 
 namespace {
 
-constexpr uint64_t INTERVAL_SECONDS = 600;
 constexpr uint32_t END_OF_TRACE = 0xFFFFFFFF;
 constexpr uint32_t STATE_MASK = ~CACHE_COUNT_MASK;
 

@@ -10,12 +10,12 @@
 
 #include "common/xmalloc.h"
 #include "profiler/read/device_table.h"
-#include "profiler/report/latency_forecast.h"
+#include "profiler/read/trace_input.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
-#include "profiler/run_state.h"
+#include "profiler/report/latency_forecast.h"
 #include "profiler/report/sample_report.h"
-#include "profiler/read/trace_input.h"
+#include "profiler/run_state.h"
 
 namespace {
 
