@@ -16,6 +16,10 @@ struct iostat_ctx;
 class region_key_table; // (device key, region) to id
 struct wide_region_key;
 
+// A device met by the replay before the device table knew it has the key
+// NEW_DEVICE_KEY + its number in the order met; every other key is volid16.
+constexpr uint32_t NEW_DEVICE_KEY = 0x10000;
+
 // Builds a compact_trace while the trace is read.  The replay's own view of
 // each line goes in (record_line), or, when the caller has just counted the
 // same request in its own region table, the ids it already looked up
