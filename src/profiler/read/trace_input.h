@@ -1,6 +1,8 @@
 #pragma once
-// Reading the trace: one pass that aggregates each interval's workload
-// (interval_workloads.h) and records the compact form (compact_form.h).
+// The reading stage's entry: takes the trace file and gives what the replay
+// and the report work from, the per-interval workloads (interval_workloads.h)
+// and the device table, and the trace's compact form (compact_form.h), all
+// from one pass over the text.  Nothing here calls the replay or the report.
 //
 // The trace "<dir>/out" holds one read a line, "%d %d %llu %llu" (major,
 // minor, start block, length in 512-byte blocks); a line of four zeros ends

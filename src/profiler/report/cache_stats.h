@@ -1,4 +1,7 @@
 #pragma once
+// The report stage: takes the replays' hits and misses (replay/replay.h)
+// and the reading's workloads and devices, and prints the report.
+//
 // Hit statistics from replays of the trace: the figures at one cache size,
 // the search for the optimal size, the fixed-fraction table and the latency
 // forecast.  Every report line goes to standard output, except the notice
