@@ -14,7 +14,6 @@
 #include "daemon/iostat_ctx.h"
 #include "hit_curve/curve_replay.h"
 #include "hit_curve/curve_sizes.h"
-#include "profiler/read/trace_input.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/cache_stats.h"
 #include "profiler/report/sample_report.h"

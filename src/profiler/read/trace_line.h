@@ -1,11 +1,10 @@
 #pragma once
 // One line of the trace "<dir>/out": "%d %d %llu %llu" (major, minor, start
-// block, length in blocks).  The trace input and every replay read the file
-// through this one reader, so that both see exactly the same requests.
+// block, length in blocks).  The trace input and every replay take lines as
+// this unit says, so that both see exactly the same requests.
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
 // Lines are read with a 256-byte buffer: a longer line arrives as several
 // pieces of at most 255 characters, each parsed as a line of its own.
@@ -27,10 +26,6 @@ enum class trace_line_kind {
   separator,  // four zeros: the end of a 600-second interval
   skip,       // a zero length on a real device: not a request
 };
-
-// Reads the next piece of the file into *line.  Returns false at end of file
-// (or on a read error), leaving *line unchanged.
-bool vol_trace_read_line(FILE *trace, trace_line *line);
 
 // Takes the first `n` fields of `scanned` (as the scanner returned them for
 // a piece) into *line, as the scan would have stored them there.

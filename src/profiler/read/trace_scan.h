@@ -12,9 +12,15 @@
 // ULONG_MAX).  The first field that does not scan ends the scan: it and the
 // fields after it keep the values they had.  The text ends at its NUL.
 
+#include <cstdio>
+
 #include "profiler/read/trace_line.h"
 
 // Scans `text` into the fields of *line; returns how many fields were
 // assigned (0 to 4; sscanf would return EOF instead of 0 for a text that
 // ends before the first field).
 int vol_scan_trace_fields(const char *text, trace_line *line);
+
+// Reads the next piece of the file into *line.  Returns false at end of file
+// (or on a read error), leaving *line unchanged.
+bool vol_trace_read_line(FILE *trace, trace_line *line);

@@ -7,6 +7,7 @@
 #include "profiler/read/device_table.h"
 #include "profiler/read/interval_workloads.h"
 #include "profiler/read/trace_line.h"
+#include "profiler/read/trace_scan.h"
 #include "profiler/run_state.h"
 
 stathash access_tbl;
