@@ -24,6 +24,7 @@
 #include "daemon/settings.h"
 #include "profiler/profiler_main.h"
 #include "profiler/read/compact_recorder.h"
+#include "profiler/read/counting_pass.h"
 #include "profiler/read/trace_input.h"
 #include "profiler/read/trace_parts.h"
 #include "profiler/replay/compact_replay.h"

@@ -143,3 +143,8 @@ void vol_keep_interval(iostat_ctx *ctx, uint64_t elapsed) {
     wrkload_tail->rec.regions = nullptr;
   vol_clear_workload(&ctx->wrkload);
 }
+
+void vol_finish_input(uint64_t elapsed) {
+  duration = static_cast<float>(elapsed) / 3600.0f;
+  casize = 3 * vol_calc_maxwload_size();
+}

@@ -37,6 +37,10 @@ void vol_add_vol_wload(wrkload_node *node);
 // As vol_add_workload, for a record whose regions were counted already:
 // hot[u] is volume u's count of hot regions, for every known volume.
 void vol_add_workload_counted(const wrkload_rec *rec, uint64_t elapsed, const uint64_t *hot);
+// The trace ended at `elapsed` seconds: sets duration (the last interval is
+// usually partial but counts a full 600 seconds) and casize, the first
+// cache size the search tries: three times the per-volume maxima summed.
+void vol_finish_input(uint64_t elapsed);
 // Fills vmaxwload_list; returns the sum of the per-volume maxima (0 when no
 // volume is known).
 uint64_t vol_calc_maxwload_size(void);

@@ -31,9 +31,6 @@ struct iostat_ctx;
 // trace was then read again from its first line, without a form.
 bool vol_read_trace(FILE *trace, iostat_ctx *ctx, unsigned threads,
                     std::unique_ptr<compact_recorder::pending> *form);
-// How many parts of the file the last reading pass read on threads of their
-// own and took in (trace_parts.h); 0 when it read the file in one part.
-unsigned vol_parts_taken(void);
 // Forgets what reading a trace has made: the devices met, the interval
 // workloads, the per-volume loads and the read count.
 void vol_forget_trace_input(void);
