@@ -26,7 +26,6 @@
 #include "profiler/profiler_main.h"
 #include "profiler/read/trace_input.h"
 #include "profiler/replay/compact_replay.h"
-#include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"

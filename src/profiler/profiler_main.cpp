@@ -10,8 +10,6 @@
 #include "common/pfmt.h"
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
-#include "profiler/read/trace_input.h"
-#include "profiler/replay/literal_replay.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/cache_stats.h"
 #include "profiler/report/sample_report.h"

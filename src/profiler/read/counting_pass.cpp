@@ -18,10 +18,6 @@
 #include "profiler/read/trace_parts.h"
 #include "profiler/run_state.h"
 
-// Takes one request of the trace input's view (vol_take_trace_request), its
-// device and its count in num_of_reads.  `known`: the device's volid16,
-// found when the line was scanned, or negative: then it is looked up (and
-// made when new).
 bool vol_take_request(trace_line *line, uint64_t *first, uint64_t *last, uint32_t *id, int64_t known) {
   const bool forward = vol_take_trace_request(line, first, last);
   if (known >= 0)

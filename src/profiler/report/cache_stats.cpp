@@ -10,8 +10,7 @@
 
 #include "common/xmalloc.h"
 #include "profiler/read/device_table.h"
-#include "profiler/read/trace_input.h"
-#include "profiler/replay/literal_replay.h"
+#include "profiler/read/volume_loads.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/latency_forecast.h"
 #include "profiler/report/sample_report.h"
