@@ -64,8 +64,10 @@ public:
       : t_(t), capacity_(capacity), admit_all_(admit_all),
         cacheable_ids_(admit_all ? t.ids() : t.admissible_ids) {}
 
-  // The bytes come from the heap, which has them at hand: mapped apart,
-  // each of their small pages would fault in on its own.
+  // Every array of a replay's own is sized here or grows from here: a byte
+  // per cacheable id and, up to the capacity, the nodes.  The bytes come
+  // from the heap, which has them at hand: mapped apart, each of their
+  // small pages would fault in on its own.
   void start() {
     held_.assign(uint64_t{cacheable_ids_} + 1, 0);
     node_of_.reset(new uint32_t[cacheable_ids_]); // read only where written

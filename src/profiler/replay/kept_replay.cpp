@@ -1,6 +1,8 @@
-// Where vol_apply_lru takes its replays from: the compact form the trace
-// input kept, replayed ahead on worker threads when the report has said what
-// comes next.
+// Where vol_apply_lru takes its replays from: the compact form the reading
+// gave, kept for the run and replayed ahead on worker threads when the
+// report has said what comes next; the streaming replay when there is none.
+
+#include "profiler/replay/replay.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -9,7 +11,6 @@
 #include "common/pfmt.h"
 #include "profiler/read/trace_input.h"
 #include "profiler/replay/literal_replay.h"
-#include "profiler/replay/replay.h"
 #include "profiler/run_state.h"
 
 namespace {
