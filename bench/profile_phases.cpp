@@ -47,7 +47,7 @@ int phases(const std::string &dir, unsigned threads) {
   vol_process_trace_input(f, ctx);
   const double parse = seconds_since(t0);
   t0 = std::chrono::steady_clock::now();
-  const compact_trace *t = vol_kept_replay_trace();
+  const compact_trace *t = vol_kept_compact_trace();
   const double settle = seconds_since(t0);
   fclose(f);
   if (t == nullptr)

@@ -188,12 +188,12 @@ TEST_F(ReplayDifferential, MarksAndFiguresAtEveryChunkSize) {
     FILE *f = text_file(text);
     auto ctx = make_zeroed<iostat_ctx>();
     vol_process_trace_input(f, ctx.get()); // the thresholds
-    const compact_trace *counted = vol_kept_replay_trace();
+    const compact_trace *counted = vol_kept_compact_trace();
     ASSERT_NE(counted, nullptr);
     std::vector<uint64_t> figures_by_chunk[2];
     for (uint64_t chunk : {TRACE_CHUNK_WORDS, uint64_t{7}}) {
       rewind(f);
-      std::unique_ptr<compact_trace> t = vol_settle_replay_trace(vol_record_replay_trace(f, chunk));
+      std::unique_ptr<compact_trace> t = vol_settle_compact_trace(vol_record_compact_trace(f, chunk));
       ASSERT_NE(t, nullptr);
       if (chunk == TRACE_CHUNK_WORDS) {
         ASSERT_EQ(marks(*counted), marks(*t));
@@ -235,7 +235,7 @@ TEST_F(ReplayDifferential, PartsReadApartGiveWhatTheWholeGives) {
     o.run = {num_of_reads, casize, vol_parts_taken()};
     for (const wrkload_node *w = wrkload_list; w != nullptr; w = w->next)
       o.run.insert(o.run.end(), {w->elapsed, w->rec.threshold, w->rec.wl_count});
-    const compact_trace *t = vol_kept_replay_trace();
+    const compact_trace *t = vol_kept_compact_trace();
     if (t == nullptr)
       return o;
     o.marks = marks(*t);

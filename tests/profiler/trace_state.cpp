@@ -9,7 +9,7 @@
 
 void reset_trace_state() {
   vol_use_literal_replay(false);
-  vol_drop_replay_trace();
+  vol_drop_compact_trace();
   vol_stathash_reset(&cache_area);
   vol_stathash_reset(&access_tbl);
   cold_ent = cold_list{};

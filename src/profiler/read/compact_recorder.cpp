@@ -311,7 +311,7 @@ std::unique_ptr<compact_recorder::pending> compact_recorder::finish(bool end_las
   return p;
 }
 
-std::unique_ptr<compact_recorder::pending> vol_record_replay_trace(FILE *trace, uint64_t chunk_words) {
+std::unique_ptr<compact_recorder::pending> vol_record_compact_trace(FILE *trace, uint64_t chunk_words) {
   compact_recorder rec(chunk_words);
   trace_piece_reader reader(trace);
   trace_line line{};

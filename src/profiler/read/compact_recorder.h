@@ -170,9 +170,9 @@ struct compact_recorder::pending {
 // Null when memory or the words' file failed, or when a region is read 2^28
 // times in one interval: the replay's count then wraps and the marks cannot
 // say what it does.
-std::unique_ptr<compact_trace> vol_settle_replay_trace(std::unique_ptr<compact_recorder::pending> p);
+std::unique_ptr<compact_trace> vol_settle_compact_trace(std::unique_ptr<compact_recorder::pending> p);
 
 // Reads the replay's view of a whole trace file (no aggregation).  Null when
 // the form cannot be built.
-std::unique_ptr<compact_recorder::pending> vol_record_replay_trace(FILE *trace,
+std::unique_ptr<compact_recorder::pending> vol_record_compact_trace(FILE *trace,
                                                                  uint64_t chunk_words = TRACE_CHUNK_WORDS);

@@ -160,7 +160,7 @@ bool number_admissible_first(compact_trace *t, const std::vector<bool> &marked) 
 
 } // namespace
 
-std::unique_ptr<compact_trace> vol_settle_replay_trace(std::unique_ptr<compact_recorder::pending> p) {
+std::unique_ptr<compact_trace> vol_settle_compact_trace(std::unique_ptr<compact_recorder::pending> p) {
   std::unique_ptr<compact_trace> t = std::move(p->trace);
   take_thresholds(t.get());
   if (p->new_devices.empty())

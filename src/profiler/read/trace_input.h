@@ -12,10 +12,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "daemon/workload_select.h"
 #include "profiler/read/compact_recorder.h"
 #include "profiler/read/interval_workloads.h"
-#include "profiler/read/trace_line.h"
 #include "stats/stathash.h"
 
 struct iostat_ctx;

@@ -30,14 +30,14 @@ bool literal;
 replay_runner *kept_runner() {
   if (recorded != nullptr) {
     try {
-      settled = vol_settle_replay_trace(std::move(recorded));
+      settled = vol_settle_compact_trace(std::move(recorded));
       if (settled == nullptr) {
         literal = true; // the form could not be settled: the rest of the run streams
         return nullptr;
       }
       runner = std::make_unique<replay_runner>(*settled, vol_replay_threads());
     } catch (const std::bad_alloc &) {
-      vol_drop_replay_trace();
+      vol_drop_compact_trace();
       literal = true;
     }
   }
@@ -68,13 +68,13 @@ bool replay_once(const char *path, const replay_request &request) {
     std::unique_ptr<compact_recorder::pending> p;
     if (FILE *file = fopen(path, "r")) {
       std::unique_ptr<FILE, int (*)(FILE *)> closing(file, fclose);
-      p = vol_record_replay_trace(file);
+      p = vol_record_compact_trace(file);
     } else {
-      p = vol_record_replay_trace(nullptr);
+      p = vol_record_compact_trace(nullptr);
     }
     if (p == nullptr)
       return false; // too large for the compact form
-    std::unique_ptr<compact_trace> trace = vol_settle_replay_trace(std::move(p));
+    std::unique_ptr<compact_trace> trace = vol_settle_compact_trace(std::move(p));
     if (trace == nullptr)
       return false;
     replay_runner once(*trace, 1);
@@ -93,33 +93,33 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx) {
   }
   std::unique_ptr<compact_recorder::pending> form;
   if (vol_read_trace(trace, ctx, vol_replay_threads(), &form)) {
-    vol_keep_replay_trace(std::move(form));
+    vol_keep_compact_trace(std::move(form));
     return;
   }
   // The trace was read without the form: every replay streams.
-  vol_drop_replay_trace();
+  vol_drop_compact_trace();
   literal = true;
 }
 
 void vol_use_literal_replay(bool on) { literal = on; }
 
-void vol_keep_replay_trace(std::unique_ptr<compact_recorder::pending> kept) {
-  vol_drop_replay_trace();
+void vol_keep_compact_trace(std::unique_ptr<compact_recorder::pending> kept) {
+  vol_drop_compact_trace();
   recorded = std::move(kept);
 }
 
-const compact_trace *vol_kept_replay_trace(void) {
+const compact_trace *vol_kept_compact_trace(void) {
   return kept_runner() != nullptr ? settled.get() : nullptr;
 }
 
 uint64_t vol_replayed_size(uint64_t casize) {
-  const compact_trace *kept = vol_kept_replay_trace();
+  const compact_trace *kept = vol_kept_compact_trace();
   if (kept == nullptr)
     return casize;
   return std::min<uint64_t>(casize, std::max<uint64_t>(kept->ids(), 1));
 }
 
-void vol_drop_replay_trace(void) {
+void vol_drop_compact_trace(void) {
   runner.reset();
   settled.reset();
   recorded.reset();

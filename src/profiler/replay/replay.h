@@ -29,7 +29,7 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx);
 // Replays the whole trace at the current casize and w_flag, adding to
 // read_hit and read_miss (the caller clears them and the cold list first)
 // and leaving thrshold at the last interval's threshold.  Replays the form
-// kept by vol_keep_replay_trace when there is one (path is then not read),
+// kept by vol_keep_compact_trace when there is one (path is then not read),
 // else records the file at `path` first (a trace that cannot be opened
 // replays as an empty one).  A node pool of casize nodes that cannot be
 // allocated is reported (":734:Memory allocation failure") and leaves the
@@ -45,16 +45,16 @@ bool vol_literal_replay(void);
 // Keeps the form the trace input recorded for every later replay of this
 // run.  Its new devices and thresholds are settled at the first replay or
 // plan, when the streaming replay would have met them.
-void vol_keep_replay_trace(std::unique_ptr<compact_recorder::pending> recorded);
+void vol_keep_compact_trace(std::unique_ptr<compact_recorder::pending> recorded);
 // The kept form, settled now if it was not yet; null when none is kept.
-const compact_trace *vol_kept_replay_trace(void);
+const compact_trace *vol_kept_compact_trace(void);
 // The size that replays exactly as a cache of `casize` regions does and
 // needs no more nodes: a cache that holds every distinct region of the
 // trace never evicts, so every larger one replays as that one does.
 // casize itself when no form is kept (the replays stream).
 uint64_t vol_replayed_size(uint64_t casize);
 // Forgets the kept form (stopping any replay running ahead).
-void vol_drop_replay_trace(void);
+void vol_drop_compact_trace(void);
 // The replays the report may ask for next, in order, to run ahead on the
 // threads of vol_replay_threads().  Without a kept form nothing happens.
 void vol_plan_replays(const std::vector<replay_request> &upcoming);
