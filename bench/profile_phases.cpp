@@ -21,14 +21,14 @@
 
 #include "common/message_catalog.h"
 #include "common/xmalloc.h"
-#include "daemon/settings.h"
 #include "daemon/iostat_ctx.h"
-#include "profiler/cache_stats.h"
-#include "profiler/compact_replay.h"
-#include "profiler/lru_replay.h"
+#include "daemon/settings.h"
 #include "profiler/profiler_main.h"
+#include "profiler/read/trace_input.h"
+#include "profiler/replay/compact_replay.h"
+#include "profiler/replay/replay.h"
+#include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"
-#include "profiler/trace_input.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ int phases(const std::string &dir, unsigned threads) {
   vol_process_trace_input(f, ctx);
   const double parse = seconds_since(t0);
   t0 = std::chrono::steady_clock::now();
-  const replay_trace *t = vol_kept_replay_trace();
+  const compact_trace *t = vol_kept_compact_trace();
   const double settle = seconds_since(t0);
   fclose(f);
   if (t == nullptr)

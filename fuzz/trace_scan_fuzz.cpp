@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "profiler/trace_scan.h"
+#include "profiler/read/trace_scan.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   // The scanner reads up to the text's NUL, as the line reader hands it a

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "profiler/latency_forecast.h"
+#include "profiler/report/latency_forecast.h"
 
 struct curve_point {
   uint64_t regions = 0;     // cache size in 64 KiB regions

@@ -14,10 +14,10 @@
 #include "daemon/iostat_ctx.h"
 #include "hit_curve/curve_replay.h"
 #include "hit_curve/curve_sizes.h"
-#include "profiler/cache_stats.h"
+#include "profiler/replay/replay.h"
+#include "profiler/report/cache_stats.h"
+#include "profiler/report/sample_report.h"
 #include "profiler/run_state.h"
-#include "profiler/sample_report.h"
-#include "profiler/trace_input.h"
 
 namespace {
 

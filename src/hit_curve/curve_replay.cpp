@@ -6,25 +6,9 @@
 #include <algorithm>
 #include <map>
 
-#include "profiler/cache_stats.h"
-#include "profiler/lru_replay.h"
-#include "profiler/replay_trace.h"
+#include "profiler/replay/replay.h"
+#include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"
-
-namespace {
-
-// A cache that can hold every distinct region of the trace never evicts, so
-// every larger size replays exactly as that one does: a curve reaching the
-// storage size would otherwise replay the same thing many times, each with a
-// node pool sized for the whole storage.
-uint64_t replayed_size(uint64_t size) {
-  const replay_trace *kept = vol_kept_replay_trace();
-  if (kept == nullptr)
-    return size; // the streaming path: every size as it is
-  return std::min<uint64_t>(size, std::max<uint64_t>(kept->ids(), 1));
-}
-
-} // namespace
 
 std::vector<curve_replay_result> curve_replay(
     const char *out_path, const std::vector<uint64_t> &sizes, bool admit_all,
@@ -35,7 +19,7 @@ std::vector<curve_replay_result> curve_replay(
   std::vector<uint64_t> replayed;
   std::vector<replay_request> plan;
   for (uint64_t size : sizes) {
-    replayed.push_back(replayed_size(size));
+    replayed.push_back(vol_replayed_size(size));
     const replay_request r{replayed.back(), admit_all};
     if (std::find(plan.begin(), plan.end(), r) == plan.end())
       plan.push_back(r);

@@ -10,11 +10,10 @@
 #include "common/pfmt.h"
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
-#include "profiler/cache_stats.h"
-#include "profiler/lru_replay.h"
+#include "profiler/replay/replay.h"
+#include "profiler/report/cache_stats.h"
+#include "profiler/report/sample_report.h"
 #include "profiler/run_state.h"
-#include "profiler/sample_report.h"
-#include "profiler/trace_input.h"
 
 namespace {
 

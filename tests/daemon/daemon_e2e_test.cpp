@@ -16,7 +16,8 @@
 
 #include "daemon/daemon_harness.h"
 #include "daemon/iostat_ctx.h"
-#include "profiler/trace_input.h"
+#include "profiler/read/trace_input.h"
+#include "profiler/replay/replay.h"
 #include "profiler/trace_state.h"
 #include "support/stats_file.h"
 #include "zeroed_heap.h"

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "profiler/cache_stats.h"
+#include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"
 
 namespace {

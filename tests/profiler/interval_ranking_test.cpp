@@ -1,4 +1,4 @@
-#include "profiler/interval_ranking.h"
+#include "profiler/read/interval_ranking.h"
 
 #include <algorithm>
 #include <random>

@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "daemon/iostat_ctx.h"
+#include "profiler/read/trace_input.h"
+#include "profiler/replay/replay.h"
+#include "profiler/report/sample_report.h"
 #include "profiler/run_state.h"
-#include "profiler/sample_report.h"
-#include "profiler/trace_input.h"
-#include "profiler/trace_part.h"
 #include "profiler/trace_state.h"
 #include "zeroed_heap.h"
 
@@ -33,13 +33,6 @@ protected:
     fclose(f);
   }
 };
-
-std::vector<uint64_t> chain_counts(uint32_t id) {
-  std::vector<uint64_t> counts;
-  for (const vwload_ent *e = vwload_list[id]; e != nullptr; e = e->next)
-    counts.push_back(e->count);
-  return counts;
-}
 
 // `times` one-block reads of each region in [first, first + n) of a device.
 std::string reads(int major, int minor, uint64_t first, uint64_t n, int times) {
@@ -117,7 +110,8 @@ TEST_F(TraceInput, LinesBecomeRegionCounts) {
 // Interval 2: (8,0) 15 regions x 20, (8,16) 5 x 4 and 80 x 1.  Ratio 5 at
 // indices 15..19, cut at 15, wl_count 16 + 5 = 21: (8,0) 15, (8,16) 5.
 // Interval 3: (9,1) with 50 regions only: no workload, the threshold stays.
-TEST_F(TraceInput, WorkloadsPerIntervalGiveThePredictedSize) {
+// The per-volume counts and the predicted size are the reports' matter.
+TEST_F(TraceInput, WorkloadsPerIntervalKeepTheirThresholds) {
   process(reads(8, 0, 0, 10, 20) + reads(8, 16, 0, 10, 4) + reads(8, 16, 100, 80, 1) +
           "0 0 0 0\n" + reads(8, 0, 0, 15, 20) + reads(8, 16, 0, 5, 4) +
           reads(8, 16, 100, 80, 1) + "0 0 0 0\n" + reads(9, 1, 0, 50, 2));
@@ -126,14 +120,6 @@ TEST_F(TraceInput, WorkloadsPerIntervalGiveThePredictedSize) {
   EXPECT_EQ(nullptr, wrkload_list->rec.regions); // freed with the interval
   EXPECT_EQ(0u, wrkload_tail->rec.wl_count);
   EXPECT_EQ(4u, wrkload_tail->rec.threshold); // carried over
-
-  // One record per interval with a workload, for every known volume; (9,1)
-  // was not known yet in either.
-  EXPECT_EQ((std::vector<uint64_t>{10, 15}), chain_counts(0));
-  EXPECT_EQ((std::vector<uint64_t>{10, 5}), chain_counts(1));
-  EXPECT_TRUE(chain_counts(2).empty());
-  EXPECT_EQ(0u, vmaxwload_list[2]->count);
-  EXPECT_EQ(3u * (15 + 10), casize);
 }
 
 // A map of 250 devices (majors 9) and a name that a 256-byte piece splits:
@@ -166,37 +152,6 @@ TEST_F(TraceInput, DeviceMapsOfHundredsOfDevicesAndLongLines) {
   EXPECT_EQ(std::string(45, 'x'), name);
   EXPECT_EQ(8, major);
   EXPECT_EQ(0, minor);
-}
-
-
-// Where the reading pass may cut a trace into parts: only right after a line
-// of four zeros that follows a line end, so that both views start afresh in
-// the next part, each part at least the least bytes long.
-TEST(TraceParts, CutOnlyAfterASeparatorLine) {
-  const std::string a = "8 0 0 8\n";  // 8 bytes
-  const std::string z = "0 0 0 0\n";  // the separator
-  struct row {
-    std::string text;
-    unsigned parts;
-    uint64_t least;
-    std::vector<uint64_t> starts;
-  } rows[] = {
-      {a + a + z + a + a + a, 2, 1, {24}},          // the separator's line ends in the middle
-      {a + a + a + a + z + a + z + a, 2, 1, {40}},  // the first one after the middle
-      {a + z + a + a + a + a + a + a, 2, 1, {}},    // none after the middle: one part
-      {a + a + a + a + a + a + a + a, 2, 1, {}},    // none at all
-      {"10 0 0 0\n" + a + a + a + a, 2, 1, {}},     // "0 0 0 0" not at a line start
-      {a + a + a + a + a + z, 2, 1, {}},            // nothing after it
-      {a + a + z + a + a + a + a + z + a, 3, 1, {24, 64}},
-      {a + a + a + z + a + a + a + a, 2, 32, {32}}, // parts of the least bytes
-      {a + a + a + z + a + a + a + a, 2, 33, {}},
-  };
-  for (const row &r : rows) {
-    SCOPED_TRACE(r.text);
-    FILE *f = text_file(r.text);
-    EXPECT_EQ(r.starts, vol_trace_part_starts(fileno(f), 0, r.text.size(), r.parts, r.least));
-    fclose(f);
-  }
 }
 
 } // namespace

@@ -14,9 +14,9 @@
 #include <tuple>
 #include <vector>
 
-#include "profiler/trace_line.h"
-#include "profiler/trace_pieces.h"
-#include "profiler/trace_scan.h"
+#include "profiler/read/piece_reader.h"
+#include "profiler/read/trace_line.h"
+#include "profiler/read/trace_scan.h"
 
 namespace {
 

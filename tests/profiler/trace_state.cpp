@@ -2,13 +2,14 @@
 
 #include <cstdlib>
 
-#include "profiler/lru_replay.h"
+#include "profiler/read/trace_input.h"
+#include "profiler/replay/literal_replay.h"
+#include "profiler/replay/replay.h"
 #include "profiler/run_state.h"
-#include "profiler/trace_input.h"
 
 void reset_trace_state() {
   vol_use_literal_replay(false);
-  vol_drop_replay_trace();
+  vol_drop_compact_trace();
   vol_stathash_reset(&cache_area);
   vol_stathash_reset(&access_tbl);
   cold_ent = cold_list{};
