@@ -6,10 +6,7 @@
 #include "common/tool_cli.h"
 #include "stats_reader/stats_format.h"
 
-namespace {
-
-// Why the reading stopped, in one line.  Returns the exit status.
-int report_stop(stats_read_status s, const stats_reader &r, const char *name, FILE *err) {
+int stats_report(stats_read_status s, const stats_reader &r, const char *name, FILE *err) {
   switch (s) {
   case STATS_RECORD:
   case STATS_END:
@@ -20,10 +17,9 @@ int report_stop(stats_read_status s, const stats_reader &r, const char *name, FI
             "its header asks for %" PRIu64 "; left out\n",
             name, r.offset, r.pending.size(), r.needed);
     return TOOL_EXIT_BAD_INPUT;
-  case STATS_IMPOSSIBLE:
-    fprintf(err,
-            "zrstat: %s: impossible record at byte %" PRIu64 ": %s; left out with all after it\n",
-            name, r.offset, r.why);
+  case STATS_SKIPPED:
+    fprintf(err, "zrstat: %s: skipped %" PRIu64 " bytes at byte %" PRIu64 ": %s\n", name,
+            r.skip_len, r.skip_at, r.why);
     return TOOL_EXIT_BAD_INPUT;
   case STATS_READ_ERROR:
     fprintf(err, "zrstat: %s: %s\n", name, strerror(r.err));
@@ -32,13 +28,12 @@ int report_stop(stats_read_status s, const stats_reader &r, const char *name, FI
   return TOOL_EXIT_BAD_INPUT;
 }
 
-} // namespace
-
 int stats_print_records(stats_reader *reader, const char *name, const stats_options &opt,
                         FILE *out, FILE *err, const stats_wait_fn &wait) {
   const bool json_array = opt.form == STATS_JSON && !opt.follow;
   uint64_t printed = 0;
   int waited = 0;
+  int status = TOOL_EXIT_OK;
   stats_read_status s;
   stats_record rec;
   for (;;) {
@@ -60,6 +55,10 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
         fflush(out);
       continue;
     }
+    if (s == STATS_SKIPPED) {
+      status = stats_report(s, *reader, name, err);
+      continue;
+    }
     if ((s == STATS_END || s == STATS_TORN) && opt.follow && (waited = wait(*reader)) == 1)
       continue;
     break;
@@ -67,6 +66,7 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
   if (json_array)
     fputs(printed == 0 ? "[]\n" : "\n]\n", out);
   fflush(out);
-  int status = report_stop(s, *reader, name, err);
-  return waited < 0 ? TOOL_EXIT_BAD_INPUT : status;
+  if (stats_report(s, *reader, name, err) != TOOL_EXIT_OK || waited < 0)
+    status = TOOL_EXIT_BAD_INPUT;
+  return status;
 }
