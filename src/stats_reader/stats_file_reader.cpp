@@ -183,7 +183,9 @@ stats_read_status stats_read_record(stats_reader *r, stats_record *rec) {
   }
   // Bytes no writer made here: on to the next record, or to a tail that may
   // be one still being appended, or to the end.
-  const char *why = p.status == WL_RECORD_IMPOSSIBLE ? p.why : "record that ends in no record";
+  // A header that keeps the rules starts a record that the file does not
+  // hold whole: a torn one, run on into what follows it.
+  const char *why = p.status == WL_RECORD_IMPOSSIBLE ? p.why : "torn record";
   v = search(r, 1, UINT64_MAX, now, 0, &at);
   if (r->err != 0)
     return STATS_READ_ERROR;
