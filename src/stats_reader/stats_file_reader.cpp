@@ -91,10 +91,25 @@ verdict judge(stats_reader *r, uint64_t at, int64_t now, int depth) {
 // *at is set to it, or to where the bytes ran out.
 verdict search(stats_reader *r, uint64_t from, uint64_t limit, int64_t now, int depth,
                uint64_t *at) {
-  for (*at = from; *at < limit && fill(r, *at + 1); ++*at) {
+  for (*at = from; *at < limit && fill(r, *at + 1);) {
+    // No header starts where a reserved byte is not zero: past the last
+    // such byte, the next position that could hold one is that byte's
+    // distance beyond the reserved bytes' start away.  Most bytes of a
+    // record are skipped so.
+    if (fill(r, *at + WL_HEADER_SIZE)) {
+      const unsigned char *p = r->pending.data() + *at;
+      size_t k = WL_HEADER_SIZE;
+      while (k > WL_OFF_RESERVED && p[k - 1] == 0)
+        k--;
+      if (k > WL_OFF_RESERVED) {
+        *at += k - WL_OFF_RESERVED;
+        continue;
+      }
+    }
     verdict v = judge(r, *at, now, depth);
     if (v == STARTS_HERE || (v == TAIL && depth == 0))
       return v;
+    ++*at;
   }
   return NOT_A_START;
 }
@@ -181,10 +196,10 @@ stats_read_status stats_read_record(stats_reader *r, stats_record *rec) {
       return STATS_RECORD;
     }
   }
-  // Bytes no writer made here: on to the next record, or to a tail that may
-  // be one still being appended, or to the end.
-  // A header that keeps the rules starts a record that the file does not
-  // hold whole: a torn one, run on into what follows it.
+  // Bytes no writer made here, or a header that keeps the rules starting a
+  // record the file does not hold whole (a torn one, run on into what
+  // follows it): on to the next record, to a tail that may be one still
+  // being appended, or to the end.
   const char *why = p.status == WL_RECORD_IMPOSSIBLE ? p.why : "torn record";
   v = search(r, 1, UINT64_MAX, now, 0, &at);
   if (r->err != 0)
