@@ -21,6 +21,10 @@ struct stats_options {
 // 0 to stop, -1 to stop after a failure it has reported itself.
 using stats_wait_fn = std::function<int(const stats_reader &)>;
 
+// The line on `err` for what the reader returned, naming `name`: nothing for
+// a record or the end.  Returns the exit status it calls for.
+int stats_report(stats_read_status s, const stats_reader &r, const char *name, FILE *err);
+
 // Prints every whole record of the reader's stream to `out`: text lines, CSV
 // (header row first, printed with the first record), or JSON (one array;
 // with `follow`, one object a line).  With `follow`, each record is flushed
@@ -31,9 +35,5 @@ using stats_wait_fn = std::function<int(const stats_reader &)>;
 // TOOL_EXIT_BAD_INPUT when bytes were skipped, when the stream ends inside a
 // record or when reading fails: one line on `err` for each, naming `name`
 // and the byte offset; every whole record is printed.
-// The line on `err` for what the reader returned, naming `name`: nothing for
-// a record or the end.  Returns the exit status it calls for.
-int stats_report(stats_read_status s, const stats_reader &r, const char *name, FILE *err);
-
 int stats_print_records(stats_reader *reader, const char *name, const stats_options &opt,
                         FILE *out, FILE *err, const stats_wait_fn &wait);

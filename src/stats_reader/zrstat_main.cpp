@@ -70,7 +70,8 @@ int main(int argc, char **argv) {
   static const option longopts[] = {
       {"json", no_argument, nullptr, 'j'},   {"csv", no_argument, nullptr, 'c'},
       {"details", no_argument, nullptr, 'd'}, {"follow", no_argument, nullptr, 'f'},
-      {"repair", no_argument, nullptr, 'r'}, {"help", no_argument, nullptr, 'h'},   {"version", no_argument, nullptr, 'V'},
+      {"repair", no_argument, nullptr, 'r'}, {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   stats_options opt;
   bool json = false, csv = false, repairing = false;
