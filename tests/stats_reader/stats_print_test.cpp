@@ -64,7 +64,7 @@ const stats_options TEXT_DETAILS{STATS_TEXT, true, false};
 
 // A record no writer makes between two good ones is skipped, named by the
 // rule it breaks, and the reading goes on.  Counts reaching past the end of
-// the file are read only as far as it goes.
+// the file (16 TiB of details here) are read only as far as it goes.
 TEST(StatsPrint, BadRecordsAreSkippedAndTheReadingGoesOn) {
   struct bad_case {
     std::vector<std::pair<size_t, uint64_t>> be64; // (offset, value) stores

@@ -58,7 +58,6 @@ TEST(ZrstatFullDisk, EveryWholeRecordSurvivesTornOnesAtStartMiddleAndEnd) {
   }
   ASSERT_EQ(3u, cut.size());
   ASSERT_EQ(4 * size + cut[0] + cut[1] + cut[2], run.stats.size());
-  ASSERT_LT(cut[1], size);
   const uint64_t middle = cut[0] + 2 * size, end = middle + cut[1] + 2 * size;
 
   scoped_temp_dir dir;
