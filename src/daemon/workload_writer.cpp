@@ -7,6 +7,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "common/pfmt.h"
@@ -34,6 +35,12 @@ FILE *open_for_append(const char *path) {
   return fp;
 }
 
+// The file's size, or -1 when it cannot be looked at.
+off_t file_size(FILE *fp) {
+  struct stat st;
+  return fstat(fileno(fp), &st) == 0 ? st.st_size : -1;
+}
+
 void append_record(const unsigned char *buf, uint64_t size, const char *path) {
   FILE *fp = open_for_append(path);
   if (fp == nullptr) {
@@ -41,12 +48,19 @@ void append_record(const unsigned char *buf, uint64_t size, const char *path) {
       volpfmt(stderr, VOL_PFMT_DEBUG, "Error opening file %s: %s\n", path, strerror(errno));
     return;
   }
-  // Only a negative item count is an error worth a line; a short write is not
-  // reported.
+  // Only a negative item count is an error at the writer's own level.
+  const off_t before = file_size(fp);
   auto items = static_cast<int32_t>(fwrite(buf, 1, size, fp));
   if (items < 0 && debug >= 4)
     volpfmt(stderr, VOL_PFMT_DEBUG, "Error writing into file %s:%s\n", path, strerror(errno));
   fflush(fp);
+  // A full disk cuts the append short, at fwrite or only at the flush of
+  // what stdio kept back; the torn record stays in the file as it is.  What
+  // the file grew by is what was written, whichever of the two failed.
+  const off_t grown = file_size(fp) - before;
+  if (before >= 0 && grown >= 0 && static_cast<uint64_t>(grown) < size && debug >= 1)
+    volpfmt(stderr, VOL_PFMT_DEBUG, ":0:Short write into file %s: %llu of %llu bytes written\n",
+            path, static_cast<unsigned long long>(grown), static_cast<unsigned long long>(size));
   fclose(fp);
 }
 

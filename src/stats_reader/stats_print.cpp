@@ -6,7 +6,7 @@
 #include "common/tool_cli.h"
 #include "stats_reader/stats_format.h"
 
-int stats_report_stop(stats_read_status s, const stats_reader &r, const char *name, FILE *err) {
+int stats_report(stats_read_status s, const stats_reader &r, const char *name, FILE *err) {
   switch (s) {
   case STATS_RECORD:
   case STATS_END:
@@ -17,10 +17,9 @@ int stats_report_stop(stats_read_status s, const stats_reader &r, const char *na
             "its header asks for %" PRIu64 "; left out\n",
             name, r.offset, r.pending.size(), r.needed);
     return TOOL_EXIT_BAD_INPUT;
-  case STATS_IMPOSSIBLE:
-    fprintf(err,
-            "zrstat: %s: impossible record at byte %" PRIu64 ": %s; left out with all after it\n",
-            name, r.offset, r.why);
+  case STATS_SKIPPED:
+    fprintf(err, "zrstat: %s: skipped %" PRIu64 " bytes at byte %" PRIu64 ": %s\n", name,
+            r.skip_len, r.skip_at, r.why);
     return TOOL_EXIT_BAD_INPUT;
   case STATS_READ_ERROR:
     fprintf(err, "zrstat: %s: %s\n", name, strerror(r.err));
@@ -34,6 +33,7 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
   const bool json_array = opt.form == STATS_JSON && !opt.follow;
   uint64_t printed = 0;
   int waited = 0;
+  int status = TOOL_EXIT_OK;
   stats_read_status s;
   stats_record rec;
   for (;;) {
@@ -55,6 +55,10 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
         break; // nobody to follow for: the output is lost
       continue;
     }
+    if (s == STATS_SKIPPED) {
+      status = stats_report(s, *reader, name, err);
+      continue;
+    }
     if ((s == STATS_END || s == STATS_TORN) && opt.follow && (waited = wait(*reader)) == 1)
       continue;
     break;
@@ -62,6 +66,7 @@ int stats_print_records(stats_reader *reader, const char *name, const stats_opti
   if (json_array)
     fputs(printed == 0 ? "[]\n" : "\n]\n", out);
   fflush(out);
-  int status = stats_report_stop(s, *reader, name, err);
-  return waited < 0 ? TOOL_EXIT_BAD_INPUT : status;
+  if (stats_report(s, *reader, name, err) != TOOL_EXIT_OK || waited < 0)
+    status = TOOL_EXIT_BAD_INPUT;
+  return status;
 }

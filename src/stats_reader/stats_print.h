@@ -21,20 +21,19 @@ struct stats_options {
 // 0 to stop, -1 to stop after a failure it has reported itself.
 using stats_wait_fn = std::function<int(const stats_reader &)>;
 
-// Says in one line on `err` why reading `name` stopped at `s`, naming the
-// record's byte offset; nothing for STATS_RECORD and STATS_END.  Returns the
-// exit status: TOOL_EXIT_OK for those two, else TOOL_EXIT_BAD_INPUT.
-int stats_report_stop(stats_read_status s, const stats_reader &r, const char *name, FILE *err);
+// The line on `err` for what the reader returned, naming `name`: nothing for
+// a record or the end.  Returns the exit status it calls for.
+int stats_report(stats_read_status s, const stats_reader &r, const char *name, FILE *err);
 
 // Prints every whole record of the reader's stream to `out`: text lines, CSV
 // (header row first, printed with the first record), or JSON (one array;
 // with `follow`, one object a line).  With `follow`, each record is flushed
 // as it is printed and `wait` decides what happens at the end of the stream.
 //
-// Returns TOOL_EXIT_OK when the stream ends where a record would start (an
-// empty stream prints nothing; with --json, an empty array).  Returns
-// TOOL_EXIT_BAD_INPUT when it ends inside a record, when a record breaks the
-// layout's rules, or when reading fails: one line on `err`, naming `name`
-// and the record's byte offset; every whole record before it is printed.
+// Returns TOOL_EXIT_OK when every byte belonged to a whole record (an empty
+// stream prints nothing; with --json, an empty array).  Returns
+// TOOL_EXIT_BAD_INPUT when bytes were skipped, when the stream ends inside a
+// record or when reading fails: one line on `err` for each, naming `name`
+// and the byte offset; every whole record is printed.
 int stats_print_records(stats_reader *reader, const char *name, const stats_options &opt,
                         FILE *out, FILE *err, const stats_wait_fn &wait);

@@ -87,13 +87,18 @@ int read_records(stats_reader *reader, const char *name, bool all, std::vector<s
                  FILE *err) {
   stats_record rec;
   stats_read_status s;
-  while ((s = stats_read_record(reader, &rec)) == STATS_RECORD) {
+  int status = TOOL_EXIT_OK;
+  while ((s = stats_read_record(reader, &rec)) == STATS_RECORD || s == STATS_SKIPPED) {
+    if (s == STATS_SKIPPED) { // torn bytes are said, and the records after them still count
+      status = stats_report(s, *reader, name, err);
+      continue;
+    }
     rec.details = {};
     if (!all)
       recs->clear();
     recs->push_back(std::move(rec));
   }
-  return stats_report_stop(s, *reader, name, err);
+  return stats_report(s, *reader, name, err) != TOOL_EXIT_OK ? TOOL_EXIT_BAD_INPUT : status;
 }
 
 } // namespace

@@ -80,6 +80,9 @@ TEST(Zrstat, CommandLine) {
        "zrstat: --prometheus and --prometheus-textfile go alone\n"},
       {{"--all", empty}, 2, "", "zrstat: --all goes with --prometheus\n"},
       {{"--bogus"}, 2, "", "*"},
+      {{"--repair", empty, empty}, 2, "", "zrstat: " + empty + ": OUT is the file being repaired\n"},
+      {{"--repair", empty, dir.file("no/out")}, 1, "",
+       "zrstat: " + dir.file("no/out") + ": No such file or directory\n"},
   };
   for (const auto &c : cases) {
     run_result r = zrstat(c.args);

@@ -31,7 +31,9 @@
 // open of "/dev/zr/config" hands out a descriptor of /dev/null, and ioctl
 // with the statistics request code on that descriptor is answered here.
 // pthread_exit is counted on its way through: it tells when the writer
-// threads are done.
+// threads are done.  fwrite passes through too, so that a scenario without
+// a small filesystem to fill can still cut the daemon's appends short
+// (disk_space.h).
 
 #include <atomic>
 #include <cerrno>
@@ -52,6 +54,7 @@
 
 #include "daemon/kernel_requests.h"
 #include "daemon/paths.h"
+#include "fakedriver/disk_space.h"
 #include "fakedriver/driver_answers.h"
 
 namespace {
@@ -161,19 +164,30 @@ int open_control_device(int flags) {
   return control_fd;
 }
 
+// Lets every writer the daemon has started finish (one starts after each
+// complete map answer with volumes).  Bounded at 10 seconds.
+void wait_for_writers() {
+  for (int i = 0; i < 10000 && threads_ended < driver->maps_answered; i++)
+    sleep_ms();
+}
+
 int answer_request(vol_ioctl_envelope *env) {
+  if (env->command == VOL_ACCUM_IOSTAT)
+    for (const fake_space &sp : driver->sc.space)
+      if (sp.nth == driver->received[FAKE_ACCUM] + 1) {
+        wait_for_writers();
+        fake_set_space(driver->sc.filler, sp.bytes);
+      }
   std::string line;
   int err = fake_answer(driver, env->command, reinterpret_cast<void *>(env->arg), &line);
   log_line(line);
   if (err == 0)
     return 0;
-  // Before a failure that may end the daemon reaches it, let every writer it
-  // has started finish (one starts after each complete map answer with
-  // volumes), so that the statistics file holds exactly the records of the
-  // cycles before.  Bounded at 10 seconds.
+  // Before a failure that may end the daemon reaches it, let every writer
+  // finish, so that the statistics file holds exactly the records of the
+  // cycles before.
   if (env->command == VOL_IOSTAT_UPDATE || env->command == VOL_ACCUM_IOSTAT)
-    for (int i = 0; i < 10000 && threads_ended < driver->maps_answered; i++)
-      sleep_ms();
+    wait_for_writers();
   return errno = err, -1;
 }
 
@@ -198,7 +212,10 @@ int open(const char *path, int flags, ...) {
   const char *p = mapped(path, &buf);
   if (p == nullptr)
     return errno = EACCES, -1;
-  return real_open()(p, flags, mode);
+  int fd = real_open()(p, flags, mode);
+  if (fd >= 0 && std::strcmp(path, VOL_STATS_FILE) == 0)
+    fake_space_note_open(fd);
+  return fd;
 }
 
 int __open_2(const char *path, int flags) { return open(path, flags); }
@@ -214,6 +231,11 @@ FILE *fopen(const char *path, const char *how) {
 int open64(const char *path, int flags, ...) __attribute__((alias("open")));
 int __open64_2(const char *path, int flags) __attribute__((alias("__open_2")));
 FILE *fopen64(const char *path, const char *how) __attribute__((alias("fopen")));
+
+size_t fwrite(const void *p, size_t size, size_t n, FILE *fp) {
+  static fwrite_fn next = next_definition<fwrite_fn>("fwrite");
+  return fake_space_fwrite(p, size, n, fp, next);
+}
 
 int ioctl(int fd, unsigned long request, ...) noexcept {
   va_list ap;

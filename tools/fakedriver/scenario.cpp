@@ -115,6 +115,14 @@ bool parse_directive(const std::vector<std::string> &w, fake_scenario *sc) {
     sc->quirks.push_back(q);
     return quirk_applies(q.request, q.kind) && number(w[2], &sc->quirks.back().nth);
   }
+  if (d == "space" && n == 3) {
+    fake_space &sp = sc->space.emplace_back(fake_space{0, -1});
+    if (w[2] != "free" && number(w[2], &v, INT64_MAX))
+      sp.bytes = static_cast<int64_t>(v);
+    return number(w[1], &sp.nth) && (w[2] == "free" || sp.bytes >= 0);
+  }
+  if (d == "filler" && n == 2)
+    return !(sc->filler = w[1]).empty();
   return d == "no_device" && n == 2 && errno_name(w[1], &sc->no_device);
 }
 

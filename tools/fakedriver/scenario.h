@@ -34,6 +34,13 @@
 //                    accum always needs 8 bytes more than offered, map
 //                    always one entry more
 //   no_device <errno>     opening the control device fails with errno
+//   space <n> <bytes>|free
+//       before the n-th accum request is answered, once every writer
+//       started has ended, the statistics file has that much room left
+//       (disk_space.h); "free": all the room there is
+//   filler <path>         the file on a small filesystem mounted for /etc/zr
+//                         that takes the room; without it, appends to the
+//                         statistics file are cut at the bytes left
 //
 // A guid is written 8-4-4-4-12 hexadecimal digits and kept as the daemon
 // keeps it: a 32-bit group and two 16-bit groups in host byte order, then
@@ -75,6 +82,11 @@ struct fake_quirk {
   fake_quirk_kind kind;
 };
 
+struct fake_space {
+  uint64_t nth; // from 1
+  int64_t bytes; // -1: free
+};
+
 struct fake_scenario {
   uint64_t info_word = 0;
   uint64_t pgbuf_size = 65536;
@@ -87,6 +99,8 @@ struct fake_scenario {
   std::vector<fake_failure> failures;
   std::vector<fake_quirk> quirks;
   int no_device = 0; // errno for the open of the control device, 0: it opens
+  std::vector<fake_space> space;
+  std::string filler;
 };
 
 // Parses `text` into *sc.  Returns true on success; otherwise false with the
