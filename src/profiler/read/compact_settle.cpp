@@ -21,12 +21,15 @@ void take_thresholds(compact_trace *t) {
   t->threshold.assign(n, 0);
   std::vector<bool> set(n, false);
   for (const wrkload_node *w = wrkload_list; w != nullptr; w = w->next) {
-    if (w->elapsed % INTERVAL_SECONDS != 0 || w->elapsed / INTERVAL_SECONDS >= n)
+    if (w->elapsed % INTERVAL_SECONDS != 0)
       continue;
-    const size_t k = w->elapsed / INTERVAL_SECONDS; // the interval (from 0) that uses it
-    if (!set[k]) {
-      t->threshold[k] = w->rec.threshold;
-      set[k] = true;
+    // The intervals (from 0) that use the node's records.
+    const uint64_t first = w->elapsed / INTERVAL_SECONDS;
+    for (uint64_t k = first; k <= first + w->repeats && k < n; k++) {
+      if (!set[k]) {
+        t->threshold[k] = w->rec.threshold;
+        set[k] = true;
+      }
     }
   }
   t->last_threshold = n == 0 ? 0 : t->threshold[n - 1];

@@ -59,7 +59,7 @@ struct reading_state {
 
 // The threshold the interval after the one kept at `elapsed` is marked with.
 uint32_t threshold_after(uint64_t elapsed) {
-  return wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed ? wrkload_tail->rec.threshold : 0;
+  return wrkload_tail != nullptr && vol_last_elapsed(wrkload_tail) == elapsed ? wrkload_tail->rec.threshold : 0;
 }
 
 // Counts and records every piece `reader` hands out (vol_read_both_views).
