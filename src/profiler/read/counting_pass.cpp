@@ -125,13 +125,17 @@ bool take_part(trace_part *part, reading_state *st, compact_recorder *replay, io
     std::vector<uint64_t> hot(static_cast<uint32_t>(guniq_id), 0);
     for (size_t d = 0; d < kept.hot.size(); d++)
       hot[volid16[d]] += kept.hot[d];
-    vol_add_workload_counted(&rec, st->elapsed, hot.data());
-    ctx->wrkload = rec; // what the record keeps for the next interval
-    vol_clear_workload(&ctx->wrkload);
+    for (uint64_t r = 0; r <= kept.repeats; r++) {
+      vol_add_workload_counted(&rec, st->elapsed, hot.data());
+      ctx->wrkload = rec; // what the record keeps for the next interval
+      vol_clear_workload(&ctx->wrkload);
+      if (kept.ends_file)
+        break;
+      replay->next_threshold(threshold_after(st->elapsed));
+      st->elapsed += INTERVAL_SECONDS;
+    }
     if (kept.ends_file)
       break;
-    replay->next_threshold(threshold_after(st->elapsed));
-    st->elapsed += INTERVAL_SECONDS;
   }
   num_of_reads += part->reads;
   const bool ok = replay->absorb(part->replay.get(), volid16, first_threshold, part->last);

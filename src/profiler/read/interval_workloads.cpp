@@ -38,9 +38,9 @@ vwload_ent **append_volume_records() {
   return current;
 }
 
-// Whether two records are alike in every figure; a selection's regions are
-// freed with its interval, so only one that selected nothing can repeat.
-bool repeats(const wrkload_rec &a, const wrkload_rec &b) {
+} // namespace
+
+bool vol_repeats_record(const wrkload_rec &a, const wrkload_rec &b) {
   const auto figures = [](const wrkload_rec &r) {
     return std::tie(r.info_word, r.threshold, r.nregions, r.wl_count, r.drop_factor, r.last5_idx,
                     r.last3_idx, r.last2_idx, r.first5_idx, r.first5_cnt, r.first3_idx, r.first3_cnt,
@@ -49,11 +49,13 @@ bool repeats(const wrkload_rec &a, const wrkload_rec &b) {
   return a.wl_count == 0 && a.regions == nullptr && b.regions == nullptr && figures(a) == figures(b);
 }
 
+namespace {
+
 // The node the interval of rec ending at `elapsed` went into, or null when
 // none could be had.
 wrkload_node *append_workload_node(const wrkload_rec *rec, uint64_t elapsed) {
   if (wrkload_tail != nullptr && vol_last_elapsed(wrkload_tail) + INTERVAL_SECONDS == elapsed &&
-      repeats(wrkload_tail->rec, *rec)) {
+      vol_repeats_record(wrkload_tail->rec, *rec)) {
     wrkload_tail->repeats++;
     return wrkload_tail;
   }

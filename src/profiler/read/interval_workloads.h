@@ -34,6 +34,10 @@ inline uint64_t vol_last_elapsed(const wrkload_node *n) {
 extern wrkload_node *wrkload_list;
 extern wrkload_node *wrkload_tail;
 
+// Whether record b repeats a: alike in every figure, selecting nothing and
+// holding no regions (a selection's regions go with its interval).
+bool vol_repeats_record(const wrkload_rec &a, const wrkload_rec &b);
+
 // The end of an interval whose workload ctx->wrkload holds, selected: keeps
 // a copy of the record stamped `elapsed` (its regions array freed and
 // forgotten) and clears ctx's, keeping its threshold, which an interval
