@@ -139,4 +139,25 @@ TEST(ProfilerMemoryLimit, TableOnHugeStorageNeedsOnlyTheDistinctRegions) {
   EXPECT_EQ(table_hits(expected.out), table_hits(r.out));
 }
 
+TEST(ProfilerMemoryLimit, AMillionEmptyIntervalsFitInAFewMegabytes) {
+#ifdef ZRIOSTAT_SANITIZED
+  GTEST_SKIP() << "a sanitizer runtime cannot start under a small RLIMIT_AS";
+#endif
+  // Three intervals of reads, a million empty ones between them: at 220
+  // bytes an interval they would take more than the whole limit.
+  std::string empty;
+  for (int k = 0; k < 500000; k++)
+    empty += "0 0 0 0\n";
+  scoped_temp_dir dir;
+  dir.write("out", "8 0 0 1280\n8 0 0 1280\n" + empty + "8 0 0 1280\n8 0 0 2560\n" + empty +
+                       "8 0 0 1280\n8 0 128 128\n");
+  dir.write("device_map", "sda 8 0 1000000\n");
+  const run_result whole = run_zriostatd({"-p", "-i", dir.path(), "-c", "40"});
+  ASSERT_EQ(0, whole.exit_status) << whole.err;
+  const run_result r = profile_limited(dir.path(), 64 * 1024);
+  EXPECT_EQ(0, r.exit_status) << r.err.substr(0, 2000);
+  EXPECT_EQ(whole.out, r.out);
+  EXPECT_EQ(whole.err, r.err);
+}
+
 } // namespace
