@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <initializer_list>
 #include <iterator>
 #include <vector>
 
@@ -33,15 +34,6 @@ public:
       runs_.pop_back();
     push_back(v);
   }
-  // `n` intervals of `v`.
-  void assign(uint64_t n, const T &v) {
-    runs_.clear();
-    size_ = 0;
-    if (n != 0)
-      runs_.push_back(run{0, v});
-    size_ = n;
-  }
-
   uint64_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
   const T &back() const { return runs_.back().value; }
