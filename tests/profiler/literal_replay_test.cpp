@@ -26,10 +26,12 @@ protected:
   void TearDown() override { reset_trace_state(); }
 
   // Replays `trace` at a cache of `regions`, interval k's workload record
-  // (stamped 600 k) carrying thresholds[k - 1]; returns {hits, misses}.
+  // (stamped 600 k) carrying thresholds[k - 1], by the streaming replay
+  // when `literal`; returns {hits, misses}.
   std::vector<uint64_t> replay(const std::string &trace, uint64_t regions,
-                               const std::vector<uint32_t> &thresholds) {
+                               const std::vector<uint32_t> &thresholds, bool literal = false) {
     reset_trace_state();
+    vol_use_literal_replay(literal);
     for (size_t k = 0; k < thresholds.size(); k++) {
       wrkload_rec rec{}; // no regions: no per-volume counting
       rec.threshold = thresholds[k];
@@ -64,10 +66,11 @@ TEST_F(LruReplay, WarmAndColdRegionsComeBackAndColdOnesAreEvicted) {
 }
 
 TEST_F(LruReplay, CacheTooLargeToAllocateStillCountsEveryRead) {
-  // 2^64 - 1 nodes of 56 bytes cannot be asked for: the allocation failure
-  // is reported and the replay goes on with a cache that admits nothing.
+  // 2^64 - 1 nodes of 56 bytes cannot be asked for: the streaming replay
+  // reports the failure and goes on with a cache that admits nothing.  (The
+  // compact one needs a node per region read at most.)
   testing::internal::CaptureStderr();
-  std::vector<uint64_t> figures = replay(a + a, UINT64_MAX, {});
+  std::vector<uint64_t> figures = replay(a + a, UINT64_MAX, {}, true);
   std::string err = testing::internal::GetCapturedStderr();
   EXPECT_EQ((std::vector<uint64_t>{0, 2}), figures);
   EXPECT_NE(std::string::npos, err.find("Q-5-1-734 Memory allocation failure\n")) << err;

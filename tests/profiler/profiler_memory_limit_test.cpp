@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -27,13 +30,14 @@
 
 namespace {
 
-run_result profile_limited(const std::string &dir, long limit_kb) {
+run_result profile_limited(const std::string &dir, long limit_kb,
+                           const std::vector<std::string> &options = {"-c", "40"}) {
   run_options env;
   env.env = {"LC_ALL=C", "LANG=C"};
-  return run_program("/bin/sh",
-                     {"-c", "ulimit -v " + std::to_string(limit_kb) + " && exec \"$0\" \"$@\"",
-                      ZRIOSTATD_BIN, "-p", "-i", dir, "-c", "40"},
-                     env);
+  std::vector<std::string> args = {"-c", "ulimit -v " + std::to_string(limit_kb) + " && exec \"$0\" \"$@\"",
+                                   ZRIOSTATD_BIN, "-p", "-i", dir};
+  args.insert(args.end(), options.begin(), options.end());
+  return run_program("/bin/sh", args, env);
 }
 
 TEST(ProfilerMemoryLimit, AllocationFailuresEndInTheMessageNeverACrash) {
@@ -81,6 +85,49 @@ TEST(ProfilerMemoryLimit, AllocationFailuresEndInTheMessageNeverACrash) {
   }
   EXPECT_GT(failures_reported, 0);
   EXPECT_TRUE(whole_report);
+}
+
+// A run under an address-space limit against one without: the run's memory
+// must follow what it holds, not the cache size asked for or the intervals.
+TEST(ProfilerMemoryLimit, MemoryFollowsRegionsHeldNotSizesOrEmptyIntervals) {
+#ifdef ZRIOSTAT_SANITIZED
+  GTEST_SKIP() << "a sanitizer runtime cannot start under a small RLIMIT_AS";
+#endif
+  std::ifstream scan(ZRIOSTAT_SOURCE_DIR "/examples/scan/out");
+  const std::string scan_trace{std::istreambuf_iterator<char>(scan), {}};
+  std::string empty; // at 220 bytes an interval, more than the whole limit
+  for (int k = 0; k < 500000; k++)
+    empty += "0 0 0 0\n";
+  const std::string tiny = "8 0 0 1280\n8 0 0 1280\n" + empty + "8 0 0 1280\n8 0 0 2560\n" + empty +
+                           "8 0 0 1280\n8 0 128 128\n";
+  const std::string scan_devices = "sdc 8 32 @\nsdd 8 48 @\nvdb 252 16 @\n";
+  const struct {
+    std::string trace, devices, blocks, limited_blocks; // a device's blocks, with and without the limit
+    std::vector<std::string> options;
+    long limit_mb;
+  } cases[] = {
+      // The scan on 3 TiB, whose tenth holds every region read, and on 300
+      // TiB, whose tenth is 500 million regions: a node each takes 28 GB.
+      {scan_trace, scan_devices, "2147483648", "214748364800", {"-s", "0.2", "-d", "4"}, 256},
+      // A million empty intervals among a few reads.
+      {tiny, "sda 8 0 @\n", "1000000", "1000000", {"-c", "40"}, 64},
+  };
+  for (const auto &c : cases) {
+    scoped_temp_dir whole_dir, limited_dir;
+    whole_dir.write("out", c.trace);
+    whole_dir.write("device_map", std::regex_replace(c.devices, std::regex("@"), c.blocks));
+    limited_dir.write("out", c.trace);
+    limited_dir.write("device_map", std::regex_replace(c.devices, std::regex("@"), c.limited_blocks));
+    std::vector<std::string> args = {"-p", "-i", whole_dir.path()};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    const run_result whole = run_zriostatd(args);
+    ASSERT_EQ(0, whole.exit_status) << whole.err;
+    const run_result r = profile_limited(limited_dir.path(), c.limit_mb * 1024, c.options);
+    EXPECT_EQ(0, r.exit_status) << r.err.substr(0, 2000);
+    EXPECT_EQ(whole.err, r.err);
+    const std::regex sizes("[0-9.]+ GB"); // the storage and the rows' cache sizes
+    EXPECT_EQ(std::regex_replace(whole.out, sizes, ""), std::regex_replace(r.out, sizes, ""));
+  }
 }
 
 } // namespace

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "profiler/read/compact_words.h"
+#include "profiler/read/interval_runs.h"
 
 constexpr uint32_t TRACE_READ_START = 0x80000000;  // first region of a read
 constexpr uint32_t TRACE_ADMIT = 0x40000000;       // count at the threshold (set when settled)
@@ -47,10 +48,10 @@ struct compact_trace {
   explicit compact_trace(uint64_t chunk_words = TRACE_CHUNK_WORDS) : words(chunk_words) {}
 
   compact_words words;                  // every interval's words, in order
-  std::vector<uint64_t> interval_end;  // word offset where each interval ends
+  interval_runs<uint64_t> interval_end; // word offset where each interval ends
   std::vector<uint32_t> bucket;        // per id: the cache table bucket (set when settled)
   uint32_t admissible_ids = 0;         // ids [0, this) have a TRACE_ADMIT word (set when settled)
-  std::vector<uint32_t> threshold;     // per interval: its admission threshold
+  interval_runs<uint32_t> threshold;   // per interval: its admission threshold
   uint32_t last_threshold = 0;         // the threshold the last interval ran with
 
   uint32_t ids() const { return static_cast<uint32_t>(bucket.size()); }

@@ -109,7 +109,7 @@ void compact_recorder::count_read(uint32_t volid16, uint64_t first, uint64_t las
 
 void compact_recorder::thresholds_unknown() {
   // No count reaches this, so nothing is marked.
-  thresholds_.back() = UINT32_MAX;
+  thresholds_.set_back(UINT32_MAX);
   counts_kept_ = true;
 }
 
@@ -179,8 +179,8 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
   // The words whose counts were kept are marked by the thresholds known
   // now; the others were marked by the part's own, which must be these.
   const compact_trace &from = *part->trace_;
-  const std::vector<uint64_t> &ends = from.interval_end;
-  const std::vector<uint32_t> &theirs = part->thresholds_;
+  const interval_runs<uint64_t> &ends = from.interval_end;
+  const interval_runs<uint32_t> &theirs = part->thresholds_;
   // Every word lies in an interval the part ended, and each interval has
   // its thresholds.
   if (ends.empty() || ends.back() != from.words.size() || theirs.size() < ends.size() ||
@@ -190,27 +190,35 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
   std::unique_ptr<uint32_t[]> buffer;
   uint64_t at = 0;
   size_t k = 0; // the part's interval that word `at` is in
+  // Interval k's end and thresholds, looked up when k moves.
+  uint64_t end = ends[0];
+  uint32_t threshold = thresholds_[thresholds_index];
+  uint32_t their_threshold = theirs[0];
   for (uint64_t c = 0; c < from.words.chunks() && ok_; c++) {
     const uint32_t *words = from.words.chunk(c, &buffer);
     if (words == nullptr)
       return ok_ = false;
     const uint64_t n = std::min(from.words.chunk_words(), from.words.size() - at);
     for (uint64_t i = 0; i < n; i++, at++) {
-      while (k < ends.size() && at >= ends[k])
-        k++;
+      if (at >= end) {
+        while (k < ends.size() && at >= ends[k])
+          k++;
+        end = k < ends.size() ? ends[k] : UINT64_MAX;
+        threshold = thresholds_[thresholds_index + k];
+        their_threshold = theirs[k];
+      }
       const uint32_t w = words[i];
       if (w == TRACE_WRAPPED_READ) {
         push(w);
         continue;
       }
       const uint32_t id = id_here[w & TRACE_ID_MASK];
-      const uint32_t threshold = thresholds_[thresholds_index + k];
       bool admits;
       if (at < part->kept_counts_.size()) {
         admits = part->kept_counts_[at] >= threshold;
       } else {
         admits = (w & TRACE_ADMIT) != 0;
-        if (theirs[k] != threshold)
+        if (their_threshold != threshold)
           marks_known_ = false;
       }
       if (admits)
@@ -219,8 +227,8 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
     }
     part->trace_->words.release(c); // the copy grows as the part shrinks
   }
-  for (uint64_t end : ends)
-    trace_->interval_end.push_back(offset + end);
+  for (uint64_t j = 0; j < ends.size(); j++)
+    trace_->interval_end.push_back(offset + ends[j]);
   count_wraps_ |= part->count_wraps_;
   marks_known_ &= part->marks_known_;
   return ok_;

@@ -138,7 +138,7 @@ private:
   uint32_t start_ = 0;
   bool marks_known_ = false;
   bool count_wraps_ = false;      // a count passed CACHE_COUNT_MASK
-  std::vector<uint32_t> thresholds_{0}; // each interval's so far, as marked
+  interval_runs<uint32_t> thresholds_{0}; // each interval's so far, as marked
   std::vector<bool> marked_;      // per id: some word of it has TRACE_ADMIT
   bool counts_kept_ = false;      // between thresholds_unknown() and thresholds_known()
   std::vector<uint32_t> kept_counts_; // per word counted meanwhile: its count
@@ -156,7 +156,7 @@ struct compact_recorder::pending {
   // The marks made while counting, when the views agreed throughout.
   bool marks_known = false;
   bool count_wraps = false;
-  std::vector<uint32_t> thresholds;
+  interval_runs<uint32_t> thresholds;
   std::vector<bool> marked;
   ~pending();
 };

@@ -17,19 +17,19 @@ namespace {
 // Interval k (from 1) runs with the threshold of the record stamped
 // 600 (k - 1); the first with 0, as does one whose predecessor has no record.
 void take_thresholds(compact_trace *t) {
-  const size_t n = t->interval_end.size();
-  t->threshold.assign(n, 0);
-  std::vector<bool> set(n, false);
-  for (const wrkload_node *w = wrkload_list; w != nullptr; w = w->next) {
-    if (w->elapsed % INTERVAL_SECONDS != 0 || w->elapsed / INTERVAL_SECONDS >= n)
-      continue;
-    const size_t k = w->elapsed / INTERVAL_SECONDS; // the interval (from 0) that uses it
-    if (!set[k]) {
-      t->threshold[k] = w->rec.threshold;
-      set[k] = true;
-    }
+  const uint64_t n = t->interval_end.size();
+  t->threshold = {};
+  // The records' stamps rise through the list, so one walk finds each
+  // interval's first record; runs of records pass as runs of intervals.
+  const wrkload_node *w = wrkload_list;
+  for (uint64_t k = 0; k < n; k++) {
+    const uint64_t stamp = k * INTERVAL_SECONDS;
+    while (w != nullptr && vol_last_elapsed(w) < stamp)
+      w = w->next;
+    const bool stamped = w != nullptr && w->elapsed <= stamp && (stamp - w->elapsed) % INTERVAL_SECONDS == 0;
+    t->threshold.push_back(stamped ? w->rec.threshold : 0);
   }
-  t->last_threshold = n == 0 ? 0 : t->threshold[n - 1];
+  t->last_threshold = n == 0 ? 0 : t->threshold.back();
 }
 
 // Calls f(device, region, id) for every key recorded, in the table or
@@ -103,12 +103,19 @@ bool mark_admissions(compact_trace *t, std::vector<bool> *marked) {
   marked->assign(t->ids(), false);
   uint64_t at = 0;
   uint32_t k = 0;
+  // Interval k's end and threshold, looked up when k moves.
+  uint64_t end = t->interval_end.empty() ? UINT64_MAX : t->interval_end[0];
+  uint32_t threshold = t->threshold.empty() ? 0 : t->threshold[0];
   bool wraps = false;
   const bool done = t->words.rewrite_chunks([&](uint32_t *words, uint64_t n) {
     for (uint64_t i = 0; i < n; i++, at++) {
       vol_prefetch_ahead(words, i, n, counts);
-      while (at == t->interval_end[k])
-        k++;
+      if (at == end) {
+        while (at == t->interval_end[k])
+          k++;
+        end = t->interval_end[k];
+        threshold = t->threshold[k];
+      }
       const uint32_t w = words[i];
       if (w == TRACE_WRAPPED_READ)
         continue;
@@ -117,7 +124,7 @@ bool mark_admissions(compact_trace *t, std::vector<bool> *marked) {
       if (c.interval != k + 1)
         c = count_in{k + 1, 0};
       wraps |= ++c.count > CACHE_COUNT_MASK;
-      const bool admits = c.count >= t->threshold[k];
+      const bool admits = c.count >= threshold;
       words[i] = (w & ~TRACE_ADMIT) | (admits ? TRACE_ADMIT : 0);
       if (admits)
         (*marked)[id] = true;

@@ -59,7 +59,7 @@ struct reading_state {
 
 // The threshold the interval after the one kept at `elapsed` is marked with.
 uint32_t threshold_after(uint64_t elapsed) {
-  return wrkload_tail != nullptr && wrkload_tail->elapsed == elapsed ? wrkload_tail->rec.threshold : 0;
+  return wrkload_tail != nullptr && vol_last_elapsed(wrkload_tail) == elapsed ? wrkload_tail->rec.threshold : 0;
 }
 
 // Counts and records every piece `reader` hands out (vol_read_both_views).
@@ -125,13 +125,17 @@ bool take_part(trace_part *part, reading_state *st, compact_recorder *replay, io
     std::vector<uint64_t> hot(static_cast<uint32_t>(guniq_id), 0);
     for (size_t d = 0; d < kept.hot.size(); d++)
       hot[volid16[d]] += kept.hot[d];
-    vol_add_workload_counted(&rec, st->elapsed, hot.data());
-    ctx->wrkload = rec; // what the record keeps for the next interval
-    vol_clear_workload(&ctx->wrkload);
+    for (uint64_t r = 0; r <= kept.repeats; r++) {
+      vol_add_workload_counted(&rec, st->elapsed, hot.data());
+      ctx->wrkload = rec; // what the record keeps for the next interval
+      vol_clear_workload(&ctx->wrkload);
+      if (kept.ends_file)
+        break;
+      replay->next_threshold(threshold_after(st->elapsed));
+      st->elapsed += INTERVAL_SECONDS;
+    }
     if (kept.ends_file)
       break;
-    replay->next_threshold(threshold_after(st->elapsed));
-    st->elapsed += INTERVAL_SECONDS;
   }
   num_of_reads += part->reads;
   const bool ok = replay->absorb(part->replay.get(), volid16, first_threshold, part->last);

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
@@ -37,12 +38,33 @@ vwload_ent **append_volume_records() {
   return current;
 }
 
+} // namespace
+
+bool vol_repeats_record(const wrkload_rec &a, const wrkload_rec &b) {
+  const auto figures = [](const wrkload_rec &r) {
+    return std::tie(r.info_word, r.threshold, r.nregions, r.wl_count, r.drop_factor, r.last5_idx,
+                    r.last3_idx, r.last2_idx, r.first5_idx, r.first5_cnt, r.first3_idx, r.first3_cnt,
+                    r.first2_idx, r.first2_cnt, r.max_drop, r.maxdrop_cnt, r.maxdrop_idx);
+  };
+  return a.wl_count == 0 && a.regions == nullptr && b.regions == nullptr && figures(a) == figures(b);
+}
+
+namespace {
+
+// The node the interval of rec ending at `elapsed` went into, or null when
+// none could be had.
 wrkload_node *append_workload_node(const wrkload_rec *rec, uint64_t elapsed) {
+  if (wrkload_tail != nullptr && vol_last_elapsed(wrkload_tail) + INTERVAL_SECONDS == elapsed &&
+      vol_repeats_record(wrkload_tail->rec, *rec)) {
+    wrkload_tail->repeats++;
+    return wrkload_tail;
+  }
   auto *node = static_cast<wrkload_node *>(zrvmutil_xmalloc(sizeof(wrkload_node)));
   if (node == nullptr)
     return nullptr;
   node->rec = *rec;
   node->elapsed = elapsed;
+  node->repeats = 0;
   node->next = nullptr;
   if (wrkload_list == nullptr)
     wrkload_list = node;
@@ -96,7 +118,7 @@ uint32_t get_threshold_from_workload(uint64_t t) {
   // interval carries, so the first interval always gets 0.
   const uint64_t stamp = t - INTERVAL_SECONDS;
   for (const wrkload_node *n = wrkload_list; n != nullptr; n = n->next) {
-    if (n->elapsed == stamp)
+    if (n->elapsed <= stamp && stamp <= vol_last_elapsed(n) && (stamp - n->elapsed) % INTERVAL_SECONDS == 0)
       return n->rec.threshold;
   }
   return 0;

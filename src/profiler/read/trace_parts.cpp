@@ -149,6 +149,12 @@ private:
     return replay_.counting_ok() && replay_.ok();
   }
 
+  // Whether `next` repeats `last`: empty intervals in a row are one entry.
+  static bool repeated(const part_interval &last, const part_interval &next) {
+    return !last.ends_file && !next.ends_file && last.devices == next.devices &&
+           last.inherits == next.inherits && vol_repeats_record(last.rec, next.rec);
+  }
+
   // The interval's workload, kept as the trace input keeps it, with its
   // hot regions counted per device.
   bool close_interval(bool ends_file) {
@@ -171,7 +177,10 @@ private:
     kept.devices = static_cast<uint32_t>(part_->devices.size());
     kept.ends_file = ends_file;
     vol_clear_workload(&rec);
-    part_->intervals.push_back(std::move(kept));
+    if (part_->intervals.empty() || !repeated(part_->intervals.back(), kept))
+      part_->intervals.push_back(std::move(kept));
+    else
+      part_->intervals.back().repeats++;
     if (!ends_file)
       replay_.next_threshold(cut_seen_ ? part_->intervals.back().rec.threshold : UINT32_MAX);
     return true;

@@ -39,6 +39,8 @@ struct part_interval {
   bool inherits;             // no interval of the part so far had a cut: the
                              // threshold is the one before the part's
   bool ends_file;            // ended by the end of the file, not a separator
+  uint64_t repeats;          // intervals after it, each alike, that select
+                             // nothing and end with a separator
 };
 
 struct trace_part {

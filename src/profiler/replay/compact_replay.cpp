@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "common/radix_sort.h"
@@ -64,13 +65,25 @@ public:
       : t_(t), capacity_(capacity), admit_all_(admit_all),
         cacheable_ids_(admit_all ? t.ids() : t.admissible_ids) {}
 
-  // Every array of a replay's own is sized here or grows from here: a byte
-  // per cacheable id and, up to the capacity, the nodes.  The bytes come
-  // from the heap, which has them at hand: mapped apart, each of their
-  // small pages would fault in on its own.
-  void start() {
+  // Every array of a replay's own is sized here or grows from here: the
+  // nodes, a byte per cacheable id.  The bytes come from the heap, which has
+  // them at hand: mapped apart, each of their small pages would fault in on
+  // its own.  A cache larger than the cacheable ids never fills, so its
+  // nodes are those of the ids, however large the capacity asked for.
+  // False when the nodes cannot be had: the cache then admits nothing.
+  bool start() {
+    bool nodes_had = true;
+    try {
+      const uint64_t nodes = std::min<uint64_t>(capacity_, cacheable_ids_);
+      id_.reserve(nodes);
+      key_.reserve(nodes);
+    } catch (const std::bad_alloc &) {
+      capacity_ = 0;
+      nodes_had = false;
+    }
     held_.assign(uint64_t{cacheable_ids_} + 1, 0);
     node_of_.reset(new uint32_t[cacheable_ids_]); // read only where written
+    return nodes_had;
   }
   // False when the words' file could not be read.
   bool interval(uint64_t begin, uint64_t end, uint32_t k, replay_figures *f);
@@ -242,10 +255,12 @@ void cache_sim::age(uint32_t threshold) {
 } // namespace
 
 bool vol_replay_compact(const compact_trace &trace, uint64_t capacity, bool admit_all,
-                        replay_figures *figures, std::stop_token stop) {
+                        replay_figures *figures, std::stop_token stop, bool *nodes_failed) {
   *figures = replay_figures{};
   cache_sim sim(trace, capacity, admit_all);
-  sim.start();
+  const bool nodes_had = sim.start();
+  if (nodes_failed != nullptr)
+    *nodes_failed = !nodes_had;
   uint64_t begin = 0;
   for (uint32_t k = 0; k < trace.interval_end.size(); k++) {
     if (stop.stop_requested())

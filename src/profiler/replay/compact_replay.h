@@ -19,6 +19,10 @@ struct replay_figures {
 // admits nothing); admit_all is w_flag.  Returns false, with the figures
 // incomplete, when `stop` was requested before the end or the words' file
 // could not be read.  The replay's memory comes from the C++ allocator;
-// running out of it throws.
+// running out of it throws, except for the cache's nodes: a node holds one
+// region, so min(capacity, regions the replay may admit) of them are
+// allocated first, whatever the capacity, and when they cannot be had the
+// replay runs with a cache that admits nothing and sets *nodes_failed.
 bool vol_replay_compact(const compact_trace &trace, uint64_t capacity, bool admit_all,
-                        replay_figures *figures, std::stop_token stop = {});
+                        replay_figures *figures, std::stop_token stop = {},
+                        bool *nodes_failed = nullptr);

@@ -31,9 +31,11 @@ void vol_process_trace_input(FILE *trace, iostat_ctx *ctx);
 // and leaving thrshold at the last interval's threshold.  Replays the form
 // kept by vol_keep_compact_trace when there is one (path is then not read),
 // else records the file at `path` first (a trace that cannot be opened
-// replays as an empty one).  A node pool of casize nodes that cannot be
-// allocated is reported (":734:Memory allocation failure") and leaves the
-// cache unable to admit anything.  ctx is accepted and not used.
+// replays as an empty one).  The cache's nodes, never more than the
+// trace's distinct regions however large casize is (the streaming replay
+// takes casize of them), are reported when they cannot be allocated
+// (":734:Memory allocation failure"), and the cache then admits nothing.
+// ctx is accepted and not used.
 void vol_apply_lru(const char *path, iostat_ctx *ctx);
 
 // With `on`, vol_apply_lru replays with vol_apply_lru_literal from then on,

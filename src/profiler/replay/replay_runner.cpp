@@ -5,7 +5,6 @@
 #include <system_error>
 #include <sched.h>
 
-#include "stats/stathash.h"
 
 struct replay_runner::job {
   replay_request request;
@@ -15,12 +14,10 @@ struct replay_runner::job {
 
 namespace {
 
-replay_outcome run_replay(const compact_trace &trace, const replay_request &r, bool pool_failed,
-                          std::stop_token stop) {
+replay_outcome run_replay(const compact_trace &trace, const replay_request &r, std::stop_token stop) {
   replay_outcome out{};
-  out.pool_failed = pool_failed;
   try {
-    if (!vol_replay_compact(trace, pool_failed ? 0 : r.casize, r.admit_all, &out.figures, stop) &&
+    if (!vol_replay_compact(trace, r.casize, r.admit_all, &out.figures, stop, &out.pool_failed) &&
         !stop.stop_requested())
       out.out_of_memory = true; // the words' file or the per-id slots failed
   } catch (const std::bad_alloc &) {
@@ -30,14 +27,6 @@ replay_outcome run_replay(const compact_trace &trace, const replay_request &r, b
 }
 
 } // namespace
-
-bool vol_node_pool_fits(uint64_t casize) {
-  if (casize > (UINT64_MAX - sizeof(uint64_t)) / STAT_ENT_SIZE)
-    return false;
-  void *block = calloc(1, casize * STAT_ENT_SIZE + sizeof(uint64_t));
-  free(block);
-  return block != nullptr;
-}
 
 unsigned vol_replay_threads() {
   if (const char *env = getenv("ZRIOSTAT_REPLAY_THREADS")) {
@@ -74,11 +63,9 @@ void replay_runner::start_jobs() {
     }
     job *p = running_.back().get();
     p->request = waiting_.front();
-    // The pool is tried now, in this thread; its message waits for take().
-    const bool failed = !vol_node_pool_fits(p->request.casize);
     try {
-      p->thread = std::jthread([this, p, failed](std::stop_token stop) {
-        p->outcome = run_replay(trace_, p->request, failed, stop);
+      p->thread = std::jthread([this, p](std::stop_token stop) {
+        p->outcome = run_replay(trace_, p->request, stop);
       });
     } catch (const std::system_error &) {
       running_.pop_back(); // no thread to be had now: it runs when asked for
@@ -117,8 +104,7 @@ replay_outcome replay_runner::take(const replay_request &r) {
   } else {
     drop_all();
   }
-  const bool failed = !vol_node_pool_fits(r.casize);
-  replay_outcome out = run_replay(trace_, r, failed, {});
+  replay_outcome out = run_replay(trace_, r, {});
   start_jobs();
   return out;
 }

@@ -24,8 +24,8 @@ struct replay_request {
 
 struct replay_outcome {
   replay_figures figures;
-  bool pool_failed;  // the node pool of casize nodes could not be had: the
-                     // replay ran with a cache that admits nothing
+  bool pool_failed;  // the cache's nodes could not be had: the replay ran
+                     // with a cache that admits nothing
   bool out_of_memory;  // the replay's own working memory, or the words'
                        // file, could not be had: the figures are incomplete
 };
@@ -59,7 +59,3 @@ private:
 // number, else the processors this process may run on.
 unsigned vol_replay_threads();
 
-// Whether a node pool for `casize` regions (56 bytes a node and an 8-byte
-// link) could be allocated now, as the streaming replay allocates it; the
-// block is released at once.  False for a size whose bytes overflow.
-bool vol_node_pool_fits(uint64_t casize);
