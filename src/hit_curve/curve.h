@@ -28,6 +28,7 @@ struct curve {
   uint64_t predicted = 0;      // the profiler's first guess, in regions (0: none)
   uint64_t storage = 0;        // total storage from the device map, in regions
   bool admit_all = false;      // replays admit every region (no size could be predicted)
+  bool searched = false;       // the profiler's search ran (else: only the sizes asked for)
   bool has_recommendation = false;
   std::vector<curve_point> points; // ascending by size, each size once
 };

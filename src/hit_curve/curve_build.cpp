@@ -115,12 +115,17 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
   out->predicted = casize;
   out->storage = vol_get_storage_size();
 
+  // Sizes given without asking for the recommendation replay only those
+  // sizes, admitted by the thresholds whenever the trace predicts a size:
+  // the search (up to 16 replays) runs only when its answer is wanted.
+  const bool searching = out->predicted != 0 && (request.sizes.empty() || request.recommend);
   search_result s;
-  if (out->predicted != 0)
+  if (searching)
     s = search(out_path.c_str(), out->predicted);
   out->has_recommendation = s.recommended;
+  out->searched = searching;
   // Once nothing can be recommended the profiler admits every region.
-  out->admit_all = !s.recommended;
+  out->admit_all = searching ? !s.recommended : out->predicted == 0;
 
   std::vector<uint64_t> searched;
   for (const curve_replay_result &f : s.replays)

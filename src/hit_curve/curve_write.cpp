@@ -57,10 +57,12 @@ const char *curve_verdict_name(latency_verdict v) {
 }
 
 void curve_write_text(FILE *out, const curve &c) {
+  const char *what = c.has_recommendation ? "recommended size marked *, search sizes s"
+                     : !c.searched       ? (c.admit_all ? "only the sizes asked for, every region admitted"
+                                                        : "only the sizes asked for, admitted by the thresholds")
+                                         : "no size can be recommended: every region admitted";
   fprintf(out, "# %s: %.2f hours, %llu reads, %s\n", c.trace_dir.c_str(), (double)c.duration_hours,
-          (unsigned long long)c.reads,
-          c.has_recommendation ? "recommended size marked *, search sizes s"
-                               : "no size can be recommended: every region admitted");
+          (unsigned long long)c.reads, what);
   const bool forecast = has_forecasts(c);
   fprintf(out, "%14s %12s %12s %12s %8s%s\n", "regions", "GB", "hits", "misses", "hit %",
           forecast ? "   gain ms   latency %  forecast" : "");
@@ -103,6 +105,7 @@ std::string curve_json(const curve &c) {
   j["predicted_regions"] = c.predicted;
   j["storage_regions"] = c.storage;
   j["admission"] = c.admit_all ? "all" : "threshold";
+  j["searched"] = c.searched;
   j["recommended"] = nullptr;
   j["points"] = nlohmann::json::array();
   for (const curve_point &p : c.points) {

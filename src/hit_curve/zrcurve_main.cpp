@@ -18,7 +18,7 @@
 namespace {
 
 const char *const USAGE =
-    "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]]\n"
+    "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]] [--recommend]\n"
     "               [--csv FILE] [--json FILE] [--svg FILE] [-s MS] [-d MS]\n"
     "Replays the profiler trace in DIR (DIR/out, DIR/device_map) for a series of\n"
     "cache sizes and prints the read-hit ratio of each, marking the size that\n"
@@ -30,6 +30,8 @@ const char *const USAGE =
     "      --from GB       smallest size of an even spread (with --to)\n"
     "      --to GB         largest size of an even spread (with --from)\n"
     "      --points N      sizes in the spread (default 33)\n"
+    "      --recommend     with --sizes or --from/--to, also run the profiler's\n"
+    "                      search and mark the size it recommends\n"
     "      --csv FILE      write the curve as CSV ('-': standard output)\n"
     "      --json FILE     write the curve as JSON ('-': standard output)\n"
     "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
@@ -39,8 +41,8 @@ const char *const USAGE =
     "  -V, --version       show the version\n"
     "Without --sizes or --from/--to the curve covers the sizes the profiler's\n"
     "search replays and an even spread from 1/16 of its predicted size to the\n"
-    "storage size.  The table goes to standard output unless a file option\n"
-    "writes there.\n";
+    "storage size.  Sizes given are replayed alone unless --recommend is given.\n"
+    "The table goes to standard output unless a file option writes there.\n";
 
 struct options {
   curve_request request;
@@ -64,13 +66,14 @@ template <typename T> T number(const char *option, const char *text) {
 }
 
 options parse(int argc, char **argv) {
-  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG };
+  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND };
   static const option longs[] = {
       {"input", required_argument, nullptr, 'i'},      {"sizes", required_argument, nullptr, OPT_SIZES},
       {"from", required_argument, nullptr, OPT_FROM},  {"to", required_argument, nullptr, OPT_TO},
       {"points", required_argument, nullptr, OPT_POINTS}, {"csv", required_argument, nullptr, OPT_CSV},
       {"json", required_argument, nullptr, OPT_JSON},  {"svg", required_argument, nullptr, OPT_SVG},
       {"cache-latency", required_argument, nullptr, 's'}, {"disk-latency", required_argument, nullptr, 'd'},
+      {"recommend", no_argument, nullptr, OPT_RECOMMEND},
       {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   options o;
@@ -93,6 +96,7 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
+    case OPT_RECOMMEND: o.request.recommend = true; break;
     case 'h':
       fputs(USAGE, stdout);
       exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);

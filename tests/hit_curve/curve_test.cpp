@@ -121,7 +121,7 @@ TEST(CurveRun, FixedFractionRowsAreCurvePoints) {
 TEST(CurveRun, OutputsParse) {
   scoped_temp_dir tmp;
   run_result r = run_program(ZRCURVE_BIN, {"-i", EXAMPLES + "oltp", "--svg", tmp.file("c.svg"), "--csv",
-                                           tmp.file("c.csv"), "--sizes", "0.1,0.25,1"});
+                                           tmp.file("c.csv"), "--sizes", "0.1,0.25,1", "--recommend"});
   ASSERT_EQ(0, r.exit_status) << r.err;
   run_result lint = run_program("/usr/bin/xmllint", {"--noout", tmp.file("c.svg")});
   EXPECT_EQ(0, lint.exit_status) << lint.err;
@@ -131,6 +131,39 @@ TEST(CurveRun, OutputsParse) {
   // The three sizes asked for and the recommended one (0.25 GB is 4096
   // regions, the recommendation 4140).
   EXPECT_EQ(5, std::count(csv.begin(), csv.end(), '\n'));
+}
+
+// Sizes asked for are replayed alone, unless the recommendation is asked
+// for too; either way a size's figures are the same replay's.
+TEST(CurveRun, OnlyTheSizesAskedFor) {
+  struct {
+    std::vector<std::string> extra;
+    size_t points;
+    bool recommended;
+  } cases[] = {
+      {{"--sizes", "0.1,0.25,1"}, 3, false},
+      {{"--from", "0.1", "--to", "1", "--points", "3"}, 3, false},
+      {{"--sizes", "0.1,0.25,1", "--recommend"}, 4, true},
+  };
+  nlohmann::json first;
+  for (const auto &c : cases) {
+    std::vector<std::string> args = {"-i", EXAMPLES + "oltp", "--json", "-"};
+    args.insert(args.end(), c.extra.begin(), c.extra.end());
+    nlohmann::json j = curve_json(args);
+    EXPECT_EQ(c.points, j["points"].size()) << c.extra[0];
+    EXPECT_EQ(c.recommended, j["searched"].get<bool>()) << c.extra[0];
+    EXPECT_EQ(c.recommended, j["recommended"].is_object()) << c.extra[0];
+    EXPECT_EQ("threshold", j["admission"]);
+    if (first.is_null())
+      first = j["points"];
+    for (const auto &p : j["points"]) {
+      for (const auto &q : first) {
+        if (p["regions"] == q["regions"]) {
+          EXPECT_EQ(q["hits"], p["hits"]) << p["regions"];
+        }
+      }
+    }
+  }
 }
 
 // Which sizes are bad is CurveSizes' matter; here only that one ends in 2.
