@@ -2,6 +2,7 @@
 // profiler's own engine, as a table, CSV, JSON or an SVG plot.
 
 #include <getopt.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <charconv>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "common/tool_cli.h"
+#include "common/xmalloc.h"
 #include "hit_curve/curve_build.h"
 #include "hit_curve/curve_sizes.h"
 #include "hit_curve/curve_svg.h"
@@ -129,17 +131,30 @@ options parse(int argc, char **argv) {
 }
 
 // Writes `text` to `path` ('-': standard output, whose errors the last check
-// in main reports).  False, with a message, when the file cannot be written.
+// in main reports).  False, with a message, when the file cannot be written;
+// a regular file left half written is removed, so that no script takes it
+// for a curve (a device such as /dev/full is left alone).
 bool write_output(const std::string &path, const std::string &text) {
   if (path == "-")
     return fwrite(text.data(), 1, text.size(), stdout) == text.size();
   FILE *f = fopen(path.c_str(), "w");
-  bool ok = f != nullptr && fwrite(text.data(), 1, text.size(), f) == text.size();
-  if (f != nullptr)
-    ok = (fclose(f) == 0) && ok;
-  if (!ok)
+  if (f == nullptr) {
     fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(errno));
-  return ok;
+    return false;
+  }
+  struct stat st {};
+  const bool regular = fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode);
+  const bool wrote = fwrite(text.data(), 1, text.size(), f) == text.size() && fflush(f) == 0;
+  int why = wrote ? 0 : errno;
+  const bool closed = fclose(f) == 0;
+  if (wrote && closed)
+    return true;
+  if (why == 0)
+    why = errno;
+  fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(why));
+  if (regular)
+    remove(path.c_str());
+  return false;
 }
 
 } // namespace
@@ -152,6 +167,12 @@ int main(int argc, char **argv) {
   std::string why;
   if (!curve_build(o.request, &c, &why)) {
     fprintf(stderr, "zrcurve: %s\n", why.c_str());
+    return TOOL_EXIT_BAD_INPUT;
+  }
+  // A replay whose cache could not have its memory counts every read as a
+  // miss: its row would be wrong, so the curve is not written at all.
+  if (zrvmutil_alloc_failures() > 0) {
+    fprintf(stderr, "zrcurve: out of memory: the curve would be incomplete; nothing written\n");
     return TOOL_EXIT_BAD_INPUT;
   }
   bool ok = true;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -181,12 +182,67 @@ TEST(CurveRun, BadInputAndUsage) {
       {{"-i", EXAMPLES + "oltp", "--json", "-", "--csv", "-"}, 2, "only one output"},
       {{"-i", EXAMPLES + "oltp", "--bogus"}, 2, "Try 'zrcurve --help'"},
       {{"-i", EXAMPLES + "oltp", "--sizes", "1", "--svg", "/nonexistent/x.svg"}, 1, "cannot write"},
+      {{"-i", EXAMPLES + "oltp", "--sizes", "1", "--json", "/dev/full"}, 1, "cannot write /dev/full: No space"},
   };
   for (const auto &c : cases) {
     run_result r = run_program(ZRCURVE_BIN, c.args);
     EXPECT_EQ(c.status, r.exit_status) << c.says;
     EXPECT_NE(std::string::npos, r.err.find(c.says)) << r.err;
   }
+}
+
+// Each output file that cannot be written whole (here: larger than the
+// process may write) is reported and removed; the one that fits stays.
+TEST(CurveRun, FailedOutputFilesAreRemoved) {
+  scoped_temp_dir tmp;
+  // 400 sizes: some 15 kB of CSV, 70 kB of JSON, under a limit of 32 blocks.
+  run_result r = run_program("/bin/sh", {"-c", "ulimit -f 32 && trap '' XFSZ && exec \"$0\" \"$@\"", ZRCURVE_BIN,
+                                         "-i", EXAMPLES + "oltp", "--from", "0.01", "--to", "1", "--points", "400",
+                                         "--csv", tmp.file("c.csv"), "--json", tmp.file("c.json")});
+  EXPECT_EQ(1, r.exit_status) << r.err;
+  EXPECT_NE(std::string::npos, r.err.find("cannot write " + tmp.file("c.json") + ": File too large")) << r.err;
+  EXPECT_EQ(std::string::npos, r.err.find("c.csv")) << r.err;
+  EXPECT_FALSE(std::filesystem::exists(tmp.file("c.json")));
+  EXPECT_TRUE(std::filesystem::exists(tmp.file("c.csv")));
+}
+
+// With too little address space (RLIMIT_AS) every run that reaches main
+// either writes the whole curve or writes nothing and ends with status 1:
+// never a curve whose replays had no memory.  Sanitizer runtimes cannot
+// start under such a limit.
+TEST(CurveRun, OutOfMemoryIsStatusOneNeverAWrongCurve) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer runtime cannot start under a small RLIMIT_AS";
+#else
+  auto limited = [](long kb, const std::string &dir) {
+    return run_program("/bin/sh", {"-c", "ulimit -v " + std::to_string(kb) + " && exec \"$0\" \"$@\"",
+                                   ZRCURVE_BIN, "-i", dir, "--sizes", "0.1,1"});
+  };
+  run_result whole = run_program(ZRCURVE_BIN, {"-i", EXAMPLES + "oltp", "--sizes", "0.1,1"});
+  ASSERT_EQ(0, whole.exit_status);
+  int failed = 0;
+  bool done = false;
+  for (long kb = 8192; kb <= 256 * 1024 && !done; kb += 512) {
+    // Below what the loader and the C library need, main is never reached
+    // or cannot even open a file.
+    if (limited(kb, "/nonexistent").err.find("/nonexistent/out: No such file") == std::string::npos)
+      continue;
+    run_result r = limited(kb, EXAMPLES + "oltp");
+    SCOPED_TRACE(std::to_string(kb) + " kB: status " + std::to_string(r.exit_status) + "\n" + r.err.substr(0, 500));
+    ASSERT_EQ(0, r.signal);
+    if (r.exit_status == 0) {
+      EXPECT_EQ(whole.out, r.out);
+      done = true;
+    } else {
+      ASSERT_EQ(1, r.exit_status);
+      EXPECT_EQ("", r.out);
+      EXPECT_NE(std::string::npos, r.err.find("zrcurve: out of memory")) << r.err;
+      failed++;
+    }
+  }
+  EXPECT_TRUE(done);
+  EXPECT_GT(failed, 0);
+#endif
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 
 #include "profiler/replay/literal_replay.h"
 
-#include "common/pfmt.h"
+#include "common/xmalloc.h"
 #include "profiler/read/device_table.h"
 #include "profiler/read/interval_workloads.h"
 #include "profiler/read/trace_line.h"
@@ -172,7 +172,7 @@ void vol_apply_lru_literal(const char *path, iostat_ctx *ctx) {
   // reaches the allocator, so its failure is reported here instead.
   if (!vol_stathash_pool_push_block(&cache_area, casize, &canodebuf) &&
       casize > (UINT64_MAX - sizeof(uint64_t)) / STAT_ENT_SIZE)
-    volpfmt(stderr, VOL_PFMT_ERROR, ":734:Memory allocation failure\n");
+    zrvmutil_alloc_failed();
 
   // A trace that cannot be opened now (it was readable when the run began)
   // replays as an empty one.
