@@ -165,6 +165,10 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
     p.hits = f.hits;
     p.misses = f.misses;
     p.hit_ratio = f.hit_ratio;
+    p.region_hits = f.region_hits;
+    p.region_accesses = f.region_accesses;
+    if (f.region_accesses > 0)
+      p.region_hit_ratio = 100.0 * (double)f.region_hits / (double)f.region_accesses;
     p.searched = !out->admit_all && std::find(searched.begin(), searched.end(), size) != searched.end();
     p.recommended = s.recommended && size == s.recommended_regions;
     if (request.forecast)

@@ -128,10 +128,46 @@ TEST(CurveRun, OutputsParse) {
   EXPECT_EQ(0, lint.exit_status) << lint.err;
   EXPECT_NE(std::string::npos, read_file(tmp.file("c.svg")).find("recommended: 0.25 GB"));
   const std::string csv = read_file(tmp.file("c.csv"));
-  EXPECT_EQ(0u, csv.find("regions,gb,hits,misses,hit_ratio,searched,recommended\n"));
+  EXPECT_EQ(0u, csv.find("regions,gb,hits,misses,hit_ratio,region_hits,region_accesses,region_hit_ratio,searched,"
+                        "recommended\n"));
   // The three sizes asked for and the recommended one (0.25 GB is 4096
   // regions, the recommendation 4140).
   EXPECT_EQ(5, std::count(csv.begin(), csv.end(), '\n'));
+}
+
+// A read hits when any of its regions is cached, a region access when its
+// own region is.  Hand-worked on one device, every region admitted (the
+// trace predicts no size) into a cache that never fills.
+TEST(CurveRun, HitsPerReadAndPerRegionAccess) {
+  std::string sequential, aligned;
+  for (int i = 0; i < 10; i++) {
+    // 256 KiB from 32 KiB into a region: regions 4i to 4i+4, the first
+    // being the last of the read before.
+    sequential += "8 0 " + std::to_string(64 + 512 * i) + " 512\n";
+    aligned += "8 0 " + std::to_string(512 * i) + " 512\n"; // regions 4i to 4i+3
+  }
+  struct {
+    const char *name;
+    std::string out;
+    uint64_t hits, region_hits, region_accesses;
+  } cases[] = {
+      {"sequential", sequential, 9, 9, 50},
+      {"aligned", aligned, 0, 0, 40},
+      {"read twice", "8 0 0 512\n8 0 0 512\n", 1, 4, 8},
+  };
+  for (const auto &c : cases) {
+    scoped_temp_dir dir;
+    dir.write("out", c.out);
+    dir.write("device_map", "sda 8 0 1000000\n");
+    nlohmann::json j = curve_json({"-i", dir.path(), "--sizes", "1000r", "--json", "-"});
+    ASSERT_EQ(1u, j["points"].size()) << c.name;
+    const nlohmann::json &p = j["points"][0];
+    EXPECT_EQ(c.hits, p["hits"].get<uint64_t>()) << c.name;
+    EXPECT_EQ(c.region_hits, p["region_hits"].get<uint64_t>()) << c.name;
+    EXPECT_EQ(c.region_accesses, p["region_accesses"].get<uint64_t>()) << c.name;
+    EXPECT_DOUBLE_EQ(100.0 * (double)c.region_hits / (double)c.region_accesses, p["region_hit_ratio"].get<double>())
+        << c.name;
+  }
 }
 
 // Sizes asked for are replayed alone, unless the recommendation is asked
@@ -195,8 +231,8 @@ TEST(CurveRun, BadInputAndUsage) {
 // process may write) is reported and removed; the one that fits stays.
 TEST(CurveRun, FailedOutputFilesAreRemoved) {
   scoped_temp_dir tmp;
-  // 400 sizes: some 15 kB of CSV, 70 kB of JSON, under a limit of 32 blocks.
-  run_result r = run_program("/bin/sh", {"-c", "ulimit -f 32 && trap '' XFSZ && exec \"$0\" \"$@\"", ZRCURVE_BIN,
+  // 400 sizes: some 25 kB of CSV, 100 kB of JSON, under a limit of 64 blocks.
+  run_result r = run_program("/bin/sh", {"-c", "ulimit -f 64 && trap '' XFSZ && exec \"$0\" \"$@\"", ZRCURVE_BIN,
                                          "-i", EXAMPLES + "oltp", "--from", "0.01", "--to", "1", "--points", "400",
                                          "--csv", tmp.file("c.csv"), "--json", tmp.file("c.json")});
   EXPECT_EQ(1, r.exit_status) << r.err;

@@ -55,6 +55,8 @@ bool account(const replay_outcome &out, const compact_trace &trace) {
     zrvmutil_alloc_failed();
   read_hit += out.figures.hits;
   read_miss += out.figures.misses;
+  region_hit += out.figures.region_hits;
+  region_access += out.figures.region_accesses;
   thrshold = trace.last_threshold;
   canodebuf = stat_pool_cursor{};
   cold_ent = cold_list{};

@@ -66,6 +66,8 @@ void replay_line(const trace_line *line, stathash *table, stat_pool_cursor *curs
     if (r == last)
       break;
   }
+  region_hit += static_cast<uint64_t>(hit);
+  region_access += last - first + 1;
   if (hit != 0)
     read_hit += 1;
   else
@@ -77,7 +79,7 @@ void replay_line(const trace_line *line, stathash *table, stat_pool_cursor *curs
 void vol_add_in_cache(uint16_t volid, uint64_t region, const stat_ent *entry, int *hit) {
   stat_ent *c = vol_stathash_find(region, volid, &cache_area);
   if (c != nullptr) {
-    *hit = 1;
+    *hit += 1;
     count_cache_hit(c);
     return;
   }
