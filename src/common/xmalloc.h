@@ -15,3 +15,11 @@ void *zrvmutil_xmalloc(uint64_t size);
 // zero-filled.  On failure prints the same message, returns null and leaves
 // the old block valid.
 void *zrvmutil_xrealloc(void *ptr, uint64_t size);
+
+// Prints ":734:Memory allocation failure\n" (severity ERROR), as the
+// allocators do, for a block got another way, and counts it with theirs.
+void zrvmutil_alloc_failed(void);
+
+// Allocation failures reported since the process began, on any thread: a
+// tool whose figures a failure made incomplete tests it before printing.
+uint64_t zrvmutil_alloc_failures(void);

@@ -15,6 +15,12 @@ struct curve_point {
   uint64_t hits = 0;
   uint64_t misses = 0;
   float hit_ratio = 0.0f;   // percent, computed as the report does
+  // A read hits when any one of its regions is cached; a region access hits
+  // when its own region is.  On sequential reads of several regions the
+  // first can be far above the second.
+  uint64_t region_hits = 0;
+  uint64_t region_accesses = 0;
+  double region_hit_ratio = 0.0; // percent of region accesses (0 without any)
   bool searched = false;    // a size the profiler's search replays
   bool recommended = false; // the size the profiler recommends
   bool has_forecast = false;
@@ -28,6 +34,7 @@ struct curve {
   uint64_t predicted = 0;      // the profiler's first guess, in regions (0: none)
   uint64_t storage = 0;        // total storage from the device map, in regions
   bool admit_all = false;      // replays admit every region (no size could be predicted)
+  bool searched = false;       // the profiler's search ran (else: only the sizes asked for)
   bool has_recommendation = false;
   std::vector<curve_point> points; // ascending by size, each size once
 };

@@ -115,12 +115,17 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
   out->predicted = casize;
   out->storage = vol_get_storage_size();
 
+  // Sizes given without asking for the recommendation replay only those
+  // sizes, admitted by the thresholds whenever the trace predicts a size:
+  // the search (up to 16 replays) runs only when its answer is wanted.
+  const bool searching = out->predicted != 0 && (request.sizes.empty() || request.recommend);
   search_result s;
-  if (out->predicted != 0)
+  if (searching)
     s = search(out_path.c_str(), out->predicted);
   out->has_recommendation = s.recommended;
+  out->searched = searching;
   // Once nothing can be recommended the profiler admits every region.
-  out->admit_all = !s.recommended;
+  out->admit_all = searching ? !s.recommended : out->predicted == 0;
 
   std::vector<uint64_t> searched;
   for (const curve_replay_result &f : s.replays)
@@ -160,6 +165,10 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
     p.hits = f.hits;
     p.misses = f.misses;
     p.hit_ratio = f.hit_ratio;
+    p.region_hits = f.region_hits;
+    p.region_accesses = f.region_accesses;
+    if (f.region_accesses > 0)
+      p.region_hit_ratio = 100.0 * (double)f.region_hits / (double)f.region_accesses;
     p.searched = !out->admit_all && std::find(searched.begin(), searched.end(), size) != searched.end();
     p.recommended = s.recommended && size == s.recommended_regions;
     if (request.forecast)

@@ -11,6 +11,8 @@
 struct curve_request {
   std::string trace_dir;           // holds "out" and, optionally, "device_map"
   std::vector<uint64_t> sizes;     // regions; empty: the default sizes
+  bool recommend = false;          // with sizes: run the search too, mark its
+                                   // answer and admit as the report would
   unsigned points = 33;            // default sizes: points in the even spread
   bool forecast = false;           // compute the latency forecast per point
   float cache_lat = 0.0f;          // ms, with forecast

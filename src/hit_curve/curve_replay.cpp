@@ -33,7 +33,11 @@ std::vector<curve_replay_result> curve_replay(
     if (it == done.end()) {
       curve_replay_result f;
       casize = replayed[i];
+      region_hit = 0;
+      region_access = 0;
       vol_calc_statistics(out_path, &f.gb, nullptr);
+      f.region_hits = region_hit;
+      f.region_accesses = region_access;
       f.hits = read_hit;
       f.misses = read_miss;
       f.hit_ratio = rhs;

@@ -15,6 +15,8 @@ struct curve_replay_result {
   uint64_t hits = 0;
   uint64_t misses = 0;
   float hit_ratio = 0.0f; // the report's hit percentage
+  uint64_t region_hits = 0;     // region accesses served from the cache
+  uint64_t region_accesses = 0; // region accesses (a read of n regions makes n)
 };
 
 // Replays the trace at `out_path` once per size, in order, admitting every

@@ -144,7 +144,7 @@ std::string curve_svg(const curve &c) {
   if (axis.log)
     s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\" fill=\"#777\" font-size=\"11\">logarithmic scale</text>\n",
              LEFT + PLOT_W, HEIGHT - 22);
-  s += fmt("<text x=\"24\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 24 %.1f)\">Read hit ratio (%%)</text>\n",
+  s += fmt("<text x=\"24\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 24 %.1f)\">Hit ratio (%%)</text>\n",
            TOP + PLOT_H / 2, TOP + PLOT_H / 2);
 
   // The recommended size, behind the curve.
@@ -161,6 +161,21 @@ std::string curve_svg(const curve &c) {
          "</text>\n";
   }
 
+  // The share of region accesses served, dashed beneath the per-read line
+  // that the recommendation is about, with a legend telling them apart.
+  s += "<polyline fill=\"none\" stroke=\"#2ca02c\" stroke-width=\"2\" stroke-dasharray=\"5 3\" points=\"";
+  for (const curve_point &p : c.points)
+    s += fmt("%.1f,%.1f ", axis.x_of(p.gb), y_of(p.region_hit_ratio));
+  s += "\"/>\n";
+  s += fmt("<g font-size=\"12\"><line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#1f77b4\" stroke-width=\"2\"/>",
+           LEFT + 10, TOP + PLOT_H - 34, LEFT + 34, TOP + PLOT_H - 34) +
+       fmt("<text x=\"%.1f\" y=\"%.1f\">reads with any region cached</text>", LEFT + 40, TOP + PLOT_H - 30) +
+       fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#2ca02c\" stroke-width=\"2\" "
+           "stroke-dasharray=\"5 3\"/>",
+           LEFT + 10, TOP + PLOT_H - 16, LEFT + 34, TOP + PLOT_H - 16) +
+       fmt("<text x=\"%.1f\" y=\"%.1f\">region accesses served from the cache</text></g>\n", LEFT + 40,
+           TOP + PLOT_H - 12);
+
   // The curve and its points; each point names its figures on hover.
   s += "<polyline fill=\"none\" stroke=\"#1f77b4\" stroke-width=\"2\" points=\"";
   for (const curve_point &p : c.points)
@@ -170,7 +185,8 @@ std::string curve_svg(const curve &c) {
     s += fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"%.1f\"", axis.x_of(p.gb), y_of(p.hit_ratio), p.recommended ? 5.0 : 3.0);
     if (p.recommended)
       s += " fill=\"#c0392b\"";
-    s += fmt("><title>%.2f GB: %.2f %% hits</title></circle>\n", p.gb, p.hit_ratio);
+    s += fmt("><title>%.2f GB: %.2f %% of reads hit, %.2f %% of region accesses</title></circle>\n", p.gb,
+             p.hit_ratio, p.region_hit_ratio);
   }
   s += "</g>\n</svg>\n";
   return s;

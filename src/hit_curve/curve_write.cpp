@@ -27,6 +27,8 @@ nlohmann::json point_json(const curve_point &p) {
       {"regions", p.regions},     {"gb", rounded(p.gb, 6)},
       {"hits", p.hits},           {"misses", p.misses},
       {"hit_ratio", rounded(p.hit_ratio, 4)},
+      {"region_hits", p.region_hits}, {"region_accesses", p.region_accesses},
+      {"region_hit_ratio", rounded(p.region_hit_ratio, 4)},
       {"searched", p.searched},   {"recommended", p.recommended},
   };
   if (p.has_forecast) {
@@ -57,16 +59,18 @@ const char *curve_verdict_name(latency_verdict v) {
 }
 
 void curve_write_text(FILE *out, const curve &c) {
+  const char *what = c.has_recommendation ? "recommended size marked *, search sizes s"
+                     : !c.searched       ? (c.admit_all ? "only the sizes asked for, every region admitted"
+                                                        : "only the sizes asked for, admitted by the thresholds")
+                                         : "no size can be recommended: every region admitted";
   fprintf(out, "# %s: %.2f hours, %llu reads, %s\n", c.trace_dir.c_str(), (double)c.duration_hours,
-          (unsigned long long)c.reads,
-          c.has_recommendation ? "recommended size marked *, search sizes s"
-                               : "no size can be recommended: every region admitted");
+          (unsigned long long)c.reads, what);
   const bool forecast = has_forecasts(c);
-  fprintf(out, "%14s %12s %12s %12s %8s%s\n", "regions", "GB", "hits", "misses", "hit %",
+  fprintf(out, "%14s %12s %12s %12s %8s %8s%s\n", "regions", "GB", "hits", "misses", "hit %", "region %",
           forecast ? "   gain ms   latency %  forecast" : "");
   for (const curve_point &p : c.points) {
-    fprintf(out, "%14llu %12.2f %12llu %12llu %8.2f", (unsigned long long)p.regions, (double)p.gb,
-            (unsigned long long)p.hits, (unsigned long long)p.misses, (double)p.hit_ratio);
+    fprintf(out, "%14llu %12.2f %12llu %12llu %8.2f %8.2f", (unsigned long long)p.regions, (double)p.gb,
+            (unsigned long long)p.hits, (unsigned long long)p.misses, (double)p.hit_ratio, p.region_hit_ratio);
     if (p.has_forecast) {
       fprintf(out, " %9.2f %11.2f  %s", (double)p.forecast.avg_gain_ms, (double)p.forecast.percent,
               curve_verdict_name(p.forecast.verdict));
@@ -80,11 +84,12 @@ void curve_write_text(FILE *out, const curve &c) {
 
 void curve_write_csv(FILE *out, const curve &c) {
   const bool forecast = has_forecasts(c);
-  fputs("regions,gb,hits,misses,hit_ratio,searched,recommended", out);
+  fputs("regions,gb,hits,misses,hit_ratio,region_hits,region_accesses,region_hit_ratio,searched,recommended", out);
   fputs(forecast ? ",avg_gain_ms,latency_percent,forecast,factor\n" : "\n", out);
   for (const curve_point &p : c.points) {
-    fprintf(out, "%llu,%.6f,%llu,%llu,%.4f,%d,%d", (unsigned long long)p.regions, (double)p.gb,
+    fprintf(out, "%llu,%.6f,%llu,%llu,%.4f,%llu,%llu,%.4f,%d,%d", (unsigned long long)p.regions, (double)p.gb,
             (unsigned long long)p.hits, (unsigned long long)p.misses, (double)p.hit_ratio,
+            (unsigned long long)p.region_hits, (unsigned long long)p.region_accesses, p.region_hit_ratio,
             p.searched ? 1 : 0, p.recommended ? 1 : 0);
     if (forecast && p.has_forecast)
       fprintf(out, ",%.6f,%.4f,%s,%.4f", (double)p.forecast.avg_gain_ms, (double)p.forecast.percent,
@@ -103,6 +108,7 @@ std::string curve_json(const curve &c) {
   j["predicted_regions"] = c.predicted;
   j["storage_regions"] = c.storage;
   j["admission"] = c.admit_all ? "all" : "threshold";
+  j["searched"] = c.searched;
   j["recommended"] = nullptr;
   j["points"] = nlohmann::json::array();
   for (const curve_point &p : c.points) {

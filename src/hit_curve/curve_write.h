@@ -8,7 +8,8 @@
 
 #include "hit_curve/curve.h"
 
-// A header line about the trace, then one aligned row per size; the
+// A header line about the trace, then one aligned row per size (the hit
+// ratio per read, then per region access); the
 // recommended size is marked with '*', the search's sizes with 's'.
 void curve_write_text(FILE *out, const curve &c);
 

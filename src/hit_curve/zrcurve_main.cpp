@@ -2,6 +2,7 @@
 // profiler's own engine, as a table, CSV, JSON or an SVG plot.
 
 #include <getopt.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <charconv>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "common/tool_cli.h"
+#include "common/xmalloc.h"
 #include "hit_curve/curve_build.h"
 #include "hit_curve/curve_sizes.h"
 #include "hit_curve/curve_svg.h"
@@ -18,10 +20,11 @@
 namespace {
 
 const char *const USAGE =
-    "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]]\n"
+    "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]] [--recommend]\n"
     "               [--csv FILE] [--json FILE] [--svg FILE] [-s MS] [-d MS]\n"
     "Replays the profiler trace in DIR (DIR/out, DIR/device_map) for a series of\n"
-    "cache sizes and prints the read-hit ratio of each, marking the size that\n"
+    "cache sizes and prints the hit ratio of each, per read (a read hits when any\n"
+    "of its regions is cached) and per region access, marking the size that\n"
     "'zriostatd -p' recommends.\n"
     "\n"
     "  -i, --input DIR     the trace directory\n"
@@ -30,6 +33,8 @@ const char *const USAGE =
     "      --from GB       smallest size of an even spread (with --to)\n"
     "      --to GB         largest size of an even spread (with --from)\n"
     "      --points N      sizes in the spread (default 33)\n"
+    "      --recommend     with --sizes or --from/--to, also run the profiler's\n"
+    "                      search and mark the size it recommends\n"
     "      --csv FILE      write the curve as CSV ('-': standard output)\n"
     "      --json FILE     write the curve as JSON ('-': standard output)\n"
     "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
@@ -39,8 +44,8 @@ const char *const USAGE =
     "  -V, --version       show the version\n"
     "Without --sizes or --from/--to the curve covers the sizes the profiler's\n"
     "search replays and an even spread from 1/16 of its predicted size to the\n"
-    "storage size.  The table goes to standard output unless a file option\n"
-    "writes there.\n";
+    "storage size.  Sizes given are replayed alone unless --recommend is given.\n"
+    "The table goes to standard output unless a file option writes there.\n";
 
 struct options {
   curve_request request;
@@ -64,13 +69,14 @@ template <typename T> T number(const char *option, const char *text) {
 }
 
 options parse(int argc, char **argv) {
-  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG };
+  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND };
   static const option longs[] = {
       {"input", required_argument, nullptr, 'i'},      {"sizes", required_argument, nullptr, OPT_SIZES},
       {"from", required_argument, nullptr, OPT_FROM},  {"to", required_argument, nullptr, OPT_TO},
       {"points", required_argument, nullptr, OPT_POINTS}, {"csv", required_argument, nullptr, OPT_CSV},
       {"json", required_argument, nullptr, OPT_JSON},  {"svg", required_argument, nullptr, OPT_SVG},
       {"cache-latency", required_argument, nullptr, 's'}, {"disk-latency", required_argument, nullptr, 'd'},
+      {"recommend", no_argument, nullptr, OPT_RECOMMEND},
       {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   options o;
@@ -93,6 +99,7 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
+    case OPT_RECOMMEND: o.request.recommend = true; break;
     case 'h':
       fputs(USAGE, stdout);
       exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
@@ -125,17 +132,30 @@ options parse(int argc, char **argv) {
 }
 
 // Writes `text` to `path` ('-': standard output, whose errors the last check
-// in main reports).  False, with a message, when the file cannot be written.
+// in main reports).  False, with a message, when the file cannot be written;
+// a regular file left half written is removed, so that no script takes it
+// for a curve (a device such as /dev/full is left alone).
 bool write_output(const std::string &path, const std::string &text) {
   if (path == "-")
     return fwrite(text.data(), 1, text.size(), stdout) == text.size();
   FILE *f = fopen(path.c_str(), "w");
-  bool ok = f != nullptr && fwrite(text.data(), 1, text.size(), f) == text.size();
-  if (f != nullptr)
-    ok = (fclose(f) == 0) && ok;
-  if (!ok)
+  if (f == nullptr) {
     fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(errno));
-  return ok;
+    return false;
+  }
+  struct stat st {};
+  const bool regular = fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode);
+  const bool wrote = fwrite(text.data(), 1, text.size(), f) == text.size() && fflush(f) == 0;
+  int why = wrote ? 0 : errno;
+  const bool closed = fclose(f) == 0;
+  if (wrote && closed)
+    return true;
+  if (why == 0)
+    why = errno;
+  fprintf(stderr, "zrcurve: cannot write %s: %s\n", path.c_str(), strerror(why));
+  if (regular)
+    remove(path.c_str());
+  return false;
 }
 
 } // namespace
@@ -148,6 +168,12 @@ int main(int argc, char **argv) {
   std::string why;
   if (!curve_build(o.request, &c, &why)) {
     fprintf(stderr, "zrcurve: %s\n", why.c_str());
+    return TOOL_EXIT_BAD_INPUT;
+  }
+  // A replay whose cache could not have its memory counts every read as a
+  // miss: its row would be wrong, so the curve is not written at all.
+  if (zrvmutil_alloc_failures() > 0) {
+    fprintf(stderr, "zrcurve: out of memory: the curve would be incomplete; nothing written\n");
     return TOOL_EXIT_BAD_INPUT;
   }
   bool ok = true;

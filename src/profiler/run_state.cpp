@@ -2,6 +2,8 @@
 
 uint64_t read_hit;
 uint64_t read_miss;
+uint64_t region_hit;
+uint64_t region_access;
 uint64_t casize;
 uint64_t num_of_reads;
 uint32_t thrshold;

@@ -20,6 +20,9 @@ constexpr int VOLID_CHAINS = 10; // chain of a device: minor (unsigned) % 10
 
 extern uint64_t read_hit;      // reads counted as hits in the current replay
 extern uint64_t read_miss;     // reads counted as misses in the current replay
+extern uint64_t region_hit;    // region accesses found cached, summed over replays
+extern uint64_t region_access; // region accesses, summed over replays (the report
+                               // never reads them; a caller clears them)
 extern uint64_t casize;        // simulated cache capacity, in regions
 extern uint64_t num_of_reads;  // read records taken from the trace
 extern uint32_t thrshold;      // admission threshold of the interval replayed

@@ -147,6 +147,8 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
   constexpr uint32_t HIT = 2;
   uint64_t hits = 0;
   uint64_t misses = 0;
+  uint64_t region_hits = 0;
+  uint64_t accesses = 0;
   uint32_t read = NO_READ;
   for (uint64_t i = begin; i < end;) {
     const uint64_t chunk_words = t_.words.chunk_words();
@@ -181,6 +183,8 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
       const uint32_t marked = (w >> 30) & 1;
       uint8_t &h = held[id < last_held ? id : last_held];
       const uint32_t cached = h & CACHED;
+      region_hits += cached;
+      accesses++;
       h = static_cast<uint8_t>(h | marked * BUSY);
       // Without a branch: read = cached ? HIT : starts ? MISSING : read.
       const uint32_t hit_mask = 0 - cached;
@@ -194,6 +198,8 @@ bool cache_sim::interval(uint64_t begin, uint64_t end, uint32_t k, replay_figure
   }
   f->hits += hits + (read == HIT);
   f->misses += misses + (read == MISSING);
+  f->region_hits += region_hits;
+  f->region_accesses += accesses;
   age(t_.threshold[k]);
   return true;
 }

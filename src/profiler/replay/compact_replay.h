@@ -13,6 +13,8 @@
 struct replay_figures {
   uint64_t hits = 0;
   uint64_t misses = 0;
+  uint64_t region_hits = 0;     // region accesses that found their region cached
+  uint64_t region_accesses = 0; // every region of every read
 };
 
 // Replays `trace` through a cache of `capacity` regions (0 for a cache that

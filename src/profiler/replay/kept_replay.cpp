@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <new>
 
-#include "common/pfmt.h"
+#include "common/xmalloc.h"
 #include "profiler/read/trace_input.h"
 #include "profiler/replay/literal_replay.h"
 #include "profiler/run_state.h"
@@ -52,9 +52,11 @@ bool account(const replay_outcome &out, const compact_trace &trace) {
   if (out.out_of_memory)
     return false;
   if (out.pool_failed)
-    volpfmt(stderr, VOL_PFMT_ERROR, ":734:Memory allocation failure\n");
+    zrvmutil_alloc_failed();
   read_hit += out.figures.hits;
   read_miss += out.figures.misses;
+  region_hit += out.figures.region_hits;
+  region_access += out.figures.region_accesses;
   thrshold = trace.last_threshold;
   canodebuf = stat_pool_cursor{};
   cold_ent = cold_list{};

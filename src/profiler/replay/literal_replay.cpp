@@ -3,7 +3,7 @@
 
 #include "profiler/replay/literal_replay.h"
 
-#include "common/pfmt.h"
+#include "common/xmalloc.h"
 #include "profiler/read/device_table.h"
 #include "profiler/read/interval_workloads.h"
 #include "profiler/read/trace_line.h"
@@ -66,6 +66,8 @@ void replay_line(const trace_line *line, stathash *table, stat_pool_cursor *curs
     if (r == last)
       break;
   }
+  region_hit += static_cast<uint64_t>(hit);
+  region_access += last - first + 1;
   if (hit != 0)
     read_hit += 1;
   else
@@ -77,7 +79,7 @@ void replay_line(const trace_line *line, stathash *table, stat_pool_cursor *curs
 void vol_add_in_cache(uint16_t volid, uint64_t region, const stat_ent *entry, int *hit) {
   stat_ent *c = vol_stathash_find(region, volid, &cache_area);
   if (c != nullptr) {
-    *hit = 1;
+    *hit += 1;
     count_cache_hit(c);
     return;
   }
@@ -172,7 +174,7 @@ void vol_apply_lru_literal(const char *path, iostat_ctx *ctx) {
   // reaches the allocator, so its failure is reported here instead.
   if (!vol_stathash_pool_push_block(&cache_area, casize, &canodebuf) &&
       casize > (UINT64_MAX - sizeof(uint64_t)) / STAT_ENT_SIZE)
-    volpfmt(stderr, VOL_PFMT_ERROR, ":734:Memory allocation failure\n");
+    zrvmutil_alloc_failed();
 
   // A trace that cannot be opened now (it was readable when the run began)
   // replays as an empty one.

@@ -33,7 +33,7 @@ void vol_apply_lru_literal(const char *path, iostat_ctx *ctx);
 // end at once).
 uint32_t vol_read_from_outfile_lru(FILE *trace, uint64_t t, stathash *table);
 
-// Looks the region up in the cache: a cached region sets *hit and counts
+// Looks the region up in the cache: a cached region adds 1 to *hit and counts
 // the access.  Otherwise admits it when its interval count in `entry` (the
 // region's access_tbl entry, which may be null when it could not be
 // allocated: never admitted) reaches thrshold or w_flag is set, taking a
