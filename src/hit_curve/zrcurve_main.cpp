@@ -181,10 +181,19 @@ int main(int argc, char **argv) {
     char *text = nullptr;
     size_t size = 0;
     FILE *mem = open_memstream(&text, &size);
-    curve_write_csv(mem, c);
-    fclose(mem);
-    ok = write_output(o.csv, std::string(text, size)) && ok;
-    free(text);
+    if (mem == nullptr) { // no memory for the CSV's text: it is lost like a failed write
+      fprintf(stderr, "zrcurve: %s: %s\n", o.csv.c_str(), strerror(errno));
+      ok = false;
+    } else {
+      curve_write_csv(mem, c);
+      if (fclose(mem) != 0) {
+        fprintf(stderr, "zrcurve: %s: %s\n", o.csv.c_str(), strerror(errno));
+        ok = false;
+      } else {
+        ok = write_output(o.csv, std::string(text, size)) && ok;
+      }
+      free(text);
+    }
   }
   if (!o.json.empty())
     ok = write_output(o.json, curve_json(c)) && ok;
