@@ -36,5 +36,6 @@ struct curve {
   bool admit_all = false;      // replays admit every region (no size could be predicted)
   bool searched = false;       // the profiler's search ran (else: only the sizes asked for)
   bool has_recommendation = false;
+  double sample_rate = 1.0;    // share of the regions replayed (1: every region, the exact curve)
   std::vector<curve_point> points; // ascending by size, each size once
 };
