@@ -4,11 +4,42 @@
 #include "hit_curve/curve_replay.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 
+#include "hit_curve/curve_sizes.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/cache_stats.h"
 #include "profiler/run_state.h"
+
+namespace {
+
+void take_figures(curve_replay_result *f) {
+  f->hits = read_hit;
+  f->misses = read_miss;
+  f->region_hits = region_hit;
+  f->region_accesses = region_access;
+}
+
+// The sampled replay's figures at full scale.  A replay that streamed the
+// trace (no memory for the sampled form) counted every region: its region
+// accesses then differ from the sampled form's words, none of which is a
+// wrapped read.
+void scale_up(curve_replay_result *f, double rate) {
+  const compact_trace *kept = vol_kept_compact_trace();
+  f->whole = kept != nullptr && region_access == kept->words.size();
+  const uint64_t sampled_reads = read_hit + read_miss;
+  f->hits = sampled_reads == 0 ? 0
+                               : static_cast<uint64_t>(std::llround(static_cast<double>(read_hit) *
+                                                                    static_cast<double>(num_of_reads) /
+                                                                    static_cast<double>(sampled_reads)));
+  f->misses = num_of_reads - f->hits;
+  f->region_hits = curve_full_scale(region_hit, rate);
+  f->region_accesses = curve_full_scale(region_access, rate);
+}
+
+} // namespace
 
 std::vector<curve_replay_result> curve_replay(
     const char *out_path, const std::vector<uint64_t> &sizes, bool admit_all,
@@ -16,10 +47,11 @@ std::vector<curve_replay_result> curve_replay(
   const int32_t saved_flag = w_flag;
   w_flag = admit_all ? 1 : 0;
 
+  const double rate = vol_region_sample_rate();
   std::vector<uint64_t> replayed;
   std::vector<replay_request> plan;
   for (uint64_t size : sizes) {
-    replayed.push_back(vol_replayed_size(size));
+    replayed.push_back(vol_replayed_size(rate < 1.0 ? curve_sampled_size(size, rate) : size));
     const replay_request r{replayed.back(), admit_all};
     if (std::find(plan.begin(), plan.end(), r) == plan.end())
       plan.push_back(r);
@@ -36,11 +68,13 @@ std::vector<curve_replay_result> curve_replay(
       region_hit = 0;
       region_access = 0;
       vol_calc_statistics(out_path, &f.gb, nullptr);
-      f.region_hits = region_hit;
-      f.region_accesses = region_access;
-      f.hits = read_hit;
-      f.misses = read_miss;
       f.hit_ratio = rhs;
+      if (region_access > 0)
+        f.region_hit_ratio = 100.0 * (double)region_hit / (double)region_access;
+      if (rate < 1.0)
+        scale_up(&f, rate);
+      else
+        take_figures(&f);
       it = done.emplace(replayed[i], f).first;
     }
     curve_replay_result f = it->second;
