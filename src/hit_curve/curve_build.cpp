@@ -136,6 +136,7 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
   out->reads = num_of_reads;
   out->predicted = casize;
   out->storage = vol_get_storage_size();
+  out->sample_auto = request.sample_auto;
   if (request.sample_rate < 1.0 && !take_sample(out, why))
     return false;
 

@@ -19,6 +19,7 @@ struct curve_request {
   float disk_lat = 0.0f;           // ms, with forecast
   double sample_rate = 1.0;        // 0 < rate <= 1: the share of regions
                                    // replayed (1: the exact curve)
+  bool sample_auto = false;        // sample_rate was chosen from the trace's size
 };
 
 // The default sizes: every size the search replayed, plus `points` sizes

@@ -66,8 +66,10 @@ void curve_write_text(FILE *out, const curve &c) {
   fprintf(out, "# %s: %.2f hours, %llu reads, %s\n", c.trace_dir.c_str(), (double)c.duration_hours,
           (unsigned long long)c.reads, what);
   if (c.sample_rate < 1.0)
-    fprintf(out, "# sampled: %g of the regions (%llu kept), sizes and counts scaled to the whole trace\n",
-            c.sample_rate, (unsigned long long)c.sampled_regions);
+    fprintf(out, "# sampled%s: %g of the regions (%llu kept), sizes and counts scaled to the whole trace\n",
+            c.sample_auto ? " (--sample auto)" : "", c.sample_rate, (unsigned long long)c.sampled_regions);
+  else if (c.sample_auto)
+    fputs("# not sampled (--sample auto): every region replayed, the trace is small enough\n", out);
   const bool forecast = has_forecasts(c);
   fprintf(out, "%14s %12s %12s %12s %8s %8s%s\n", "regions", "GB", "hits", "misses", "hit %", "region %",
           forecast ? "   gain ms   latency %  forecast" : "");

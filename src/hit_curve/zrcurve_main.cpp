@@ -37,7 +37,8 @@ const char *const USAGE =
     "                      search and mark the size it recommends\n"
     "      --sample R      replay only the share R (0 < R <= 1) of the regions, chosen\n"
     "                      by a hash, with caches R times as large; figures are\n"
-    "                      scaled to the whole trace (see SAMPLING in zrcurve(1))\n"
+    "                      scaled to the whole trace (see SAMPLING in zrcurve(1));\n"
+    "                      'auto': exact up to a 2 GiB trace, else 0.1, 0.01 or 0.001\n"
     "      --csv FILE      write the curve as CSV ('-': standard output)\n"
     "      --json FILE     write the curve as JSON ('-': standard output)\n"
     "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
@@ -71,8 +72,12 @@ template <typename T> T number(const char *option, const char *text) {
   return value;
 }
 
-// A rate is a number in (0, 1].
-double sample_rate(const char *text) {
+// A rate is a number in (0, 1], or "auto": chosen from the trace's size
+// once the trace is known.
+double sample_rate(const char *text, bool *automatic) {
+  *automatic = strcmp(text, "auto") == 0;
+  if (*automatic)
+    return 1.0;
   const double rate = number<double>("--sample", text);
   if (!(rate > 0.0 && rate <= 1.0))
     usage_error(std::string("--sample must be a rate above 0 and at most 1: '") + text + "'");
@@ -112,7 +117,7 @@ options parse(int argc, char **argv) {
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
     case OPT_RECOMMEND: o.request.recommend = true; break;
-    case OPT_SAMPLE: o.request.sample_rate = sample_rate(optarg); break;
+    case OPT_SAMPLE: o.request.sample_rate = sample_rate(optarg, &o.request.sample_auto); break;
     case 'h':
       fputs(USAGE, stdout);
       exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
@@ -174,7 +179,15 @@ bool write_output(const std::string &path, const std::string &text) {
 } // namespace
 
 int main(int argc, char **argv) {
-  const options o = parse(argc, argv);
+  options o = parse(argc, argv);
+  if (o.request.sample_auto) {
+    struct stat st {};
+    const std::string out = o.request.trace_dir + "/out";
+    if (stat(out.c_str(), &st) == 0)
+      o.request.sample_rate = curve_auto_sample_rate(static_cast<uint64_t>(st.st_size));
+    if (tool_progress_wanted())
+      fprintf(stderr, "zrcurve: --sample auto: rate %g\n", o.request.sample_rate);
+  }
   if (tool_progress_wanted())
     fprintf(stderr, "zrcurve: reading %s/out and replaying...\n", o.request.trace_dir.c_str());
   curve c;

@@ -80,6 +80,14 @@ TEST(CurveSizes, ListsAndSpreads) {
     EXPECT_EQ(c.sampled, curve_sampled_size(c.count, c.rate)) << c.count << " x " << c.rate;
     EXPECT_EQ(c.full, curve_full_scale(c.count, c.rate)) << c.count << " / " << c.rate;
   }
+  // --sample auto: exact up to 2 GiB, then the largest rate that brings the
+  // sample within it.
+  const std::pair<uint64_t, double> automatic[] = {
+      {0, 1.0}, {CURVE_EXACT_TRACE_BYTES, 1.0}, {CURVE_EXACT_TRACE_BYTES + 1, 0.1},
+      {CURVE_EXACT_TRACE_BYTES * 10, 0.1}, {CURVE_EXACT_TRACE_BYTES * 10 + 1, 0.01},
+      {CURVE_EXACT_TRACE_BYTES * 1000 + 1, 0.001}, {UINT64_MAX, 0.001}};
+  for (const auto &[bytes, rate] : automatic)
+    EXPECT_EQ(rate, curve_auto_sample_rate(bytes)) << bytes;
 }
 
 // The point the curve recommends is the report's optimal size, with its
@@ -182,6 +190,8 @@ TEST(CurveRun, SampleOfOneIsTheExactCurve) {
       EXPECT_EQ(run_program(ZRCURVE_BIN, exact).out, run_program(ZRCURVE_BIN, sampled).out) << trace;
     }
   }
+  const std::string automatic = run_program(ZRCURVE_BIN, {"-i", EXAMPLES + "oltp", "--sample", "auto"}).out;
+  EXPECT_NE(std::string::npos, automatic.find("\n# not sampled (--sample auto)")) << automatic;
   const nlohmann::json tenth = curve_json({"-i", EXAMPLES + "oltp", "--sample", "0.1", "--sizes", "0.25,1", "--json", "-"});
   EXPECT_EQ(0.1, tenth["sample_rate"]);
   EXPECT_GT(tenth["sampled_regions"], 0);
