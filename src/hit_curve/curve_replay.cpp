@@ -15,28 +15,47 @@
 
 namespace {
 
+// The exact replay's figures, as it left them.
 void take_figures(curve_replay_result *f) {
   f->hits = read_hit;
   f->misses = read_miss;
+  f->hit_ratio = rhs;
   f->region_hits = region_hit;
   f->region_accesses = region_access;
+  if (region_access > 0)
+    f->region_hit_ratio = 100.0 * (double)region_hit / (double)region_access;
 }
 
 // The sampled replay's figures at full scale.  A replay that streamed the
 // trace (no memory for the sampled form) counted every region: its region
 // accesses then differ from the sampled form's words, none of which is a
 // wrapped read.
+//
+// A sample holds more or fewer accesses than its share of the whole's,
+// nearly all of the difference from the few very hot regions it happened
+// to keep or to miss, and those hit at any size that admits them: the
+// accesses (and reads) missing from the sample count as hits, those in
+// excess as hits too many.  Without this a sample missing a handful of hot
+// regions lies many points below the exact curve at every size.
 void scale_up(curve_replay_result *f, double rate) {
   const compact_trace *kept = vol_kept_compact_trace();
   f->whole = kept != nullptr && region_access == kept->words.size();
-  const uint64_t sampled_reads = read_hit + read_miss;
-  f->hits = sampled_reads == 0 ? 0
-                               : static_cast<uint64_t>(std::llround(static_cast<double>(read_hit) *
-                                                                    static_cast<double>(num_of_reads) /
-                                                                    static_cast<double>(sampled_reads)));
+  const region_sample_totals whole = vol_region_sample_totals();
+  const double reads_kept = static_cast<double>(read_hit + read_miss);
+  const double read_ratio =
+      whole.expected_reads > 0
+          ? std::clamp((static_cast<double>(read_hit) + whole.expected_reads - reads_kept) / whole.expected_reads,
+                       0.0, 1.0)
+          : 0.0;
+  const double accesses = static_cast<double>(whole.accesses);
+  const double region_hits = std::clamp(
+      static_cast<double>(region_hit) / rate + accesses - static_cast<double>(region_access) / rate, 0.0, accesses);
+  f->hits = static_cast<uint64_t>(std::llround(read_ratio * static_cast<double>(num_of_reads)));
   f->misses = num_of_reads - f->hits;
-  f->region_hits = curve_full_scale(region_hit, rate);
-  f->region_accesses = curve_full_scale(region_access, rate);
+  f->hit_ratio = static_cast<float>(100.0 * read_ratio);
+  f->region_hits = static_cast<uint64_t>(std::llround(region_hits));
+  f->region_accesses = whole.accesses;
+  f->region_hit_ratio = whole.accesses > 0 ? 100.0 * region_hits / accesses : 0.0;
 }
 
 } // namespace
@@ -68,9 +87,6 @@ std::vector<curve_replay_result> curve_replay(
       region_hit = 0;
       region_access = 0;
       vol_calc_statistics(out_path, &f.gb, nullptr);
-      f.hit_ratio = rhs;
-      if (region_access > 0)
-        f.region_hit_ratio = 100.0 * (double)region_hit / (double)region_access;
       if (rate < 1.0)
         scale_up(&f, rate);
       else

@@ -29,10 +29,12 @@ struct curve_replay_result {
 //
 // When the reading was sampled at a rate R < 1 (region_sample.h), each size
 // replays as a cache of curve_sampled_size(size, R) regions and the figures
-// are given at full scale: region hits and accesses divided by R, read hits
-// and misses multiplied by the trace's reads over the sampled replay's (a
-// read of k regions is kept with a chance near 1 - (1 - R)^k, not R), so
-// that they add up to the trace's reads.  The hit ratios are the sample's.
+// are given at full scale: region accesses are the whole trace's, read hits
+// and misses add up to the trace's reads, and the sample's hit ratios are
+// corrected for the accesses and reads it holds beyond or short of its
+// share (see scale_up).  A read of k regions is kept with a chance near
+// 1 - (1 - R)^k, and only by the regions kept: on reads of several regions
+// partly cached, the sample's ratio per read lies below the whole's.
 std::vector<curve_replay_result> curve_replay(
     const char *out_path, const std::vector<uint64_t> &sizes, bool admit_all,
     const std::function<bool(const curve_replay_result &)> &go_on = {});

@@ -130,3 +130,24 @@ TEST(RegionSample, SameRegionsInAnyOrder) {
   vol_set_region_sample(1.0);
   reset_trace_state();
 }
+
+// A sample of 60 regions at 0.1 stands for 600: it makes a workload, and its
+// band (positions 4 to 24, falls over 3) finds the tenfold fall after the
+// ten hottest.  Taken as a whole store of 60, it is too few.
+TEST(RegionSample, SelectionJudgesTheWholeInterval) {
+  std::vector<wrkload_ent> ranked(60);
+  for (size_t i = 0; i < ranked.size(); i++)
+    ranked[i] = wrkload_ent{i, i < 10 ? 50u : i < 20 ? 5u : 1u, 0};
+  for (const auto &[rate, wl_count, threshold] : {std::tuple{1.0, 0u, 0u}, std::tuple{0.1, 21u, 5u}}) {
+    auto ctx = make_zeroed<iostat_ctx>();
+    wrkload_ent *regions = vol_begin_workload(ctx.get(), ranked.size(), true, rate);
+    ASSERT_EQ(rate == 1.0, regions == nullptr);
+    if (regions != nullptr) {
+      std::copy(ranked.begin(), ranked.end(), regions);
+      vol_select_ranked_workload(ctx.get(), regions, ranked.size(), rate);
+    }
+    EXPECT_EQ(wl_count, ctx->wrkload.wl_count) << rate;
+    EXPECT_EQ(threshold, ctx->wrkload.threshold) << rate;
+    vol_clear_workload(&ctx->wrkload);
+  }
+}

@@ -21,7 +21,14 @@ compact_recorder::pending::~pending() = default;
 
 compact_recorder::compact_recorder(uint64_t chunk_words)
     : trace_(new compact_trace(chunk_words)), keys_(new region_key_table),
-      sample_bound_(vol_region_sample_bound()) {}
+      sample_bound_(vol_region_sample_bound()) {
+  // Most reads span a few regions: their chances are looked up.
+  constexpr uint64_t LISTED_LENGTHS = 64;
+  if (sample_bound_ != 0) {
+    for (uint64_t k = 0; k < LISTED_LENGTHS; k++)
+      keep_chance_.push_back(vol_read_keep_chance(k, vol_region_sample_rate()));
+  }
+}
 compact_recorder::~compact_recorder() = default;
 
 void compact_recorder::push(uint32_t w) {
@@ -120,6 +127,10 @@ void compact_recorder::count_read(uint32_t volid16, uint64_t seed, uint64_t firs
   // A read none of whose regions is kept leaves no word; its read start
   // waits for the next read's first kept region, whose own begin_read sets
   // it again.
+  const uint64_t regions = last - first + 1;
+  whole_.accesses += regions;
+  whole_.expected_reads += regions < keep_chance_.size() ? keep_chance_[regions]
+                                                         : vol_read_keep_chance(regions, vol_region_sample_rate());
   for (uint64_t r = first; r <= last; r++) {
     if (vol_region_kept(seed, r, sample_bound_))
       count_region(volid16, r, record);
@@ -249,6 +260,8 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
   for (uint64_t j = 0; j < ends.size(); j++)
     trace_->interval_end.push_back(offset + ends[j]);
   count_wraps_ |= part->count_wraps_;
+  whole_.accesses += part->whole_.accesses;
+  whole_.expected_reads += part->whole_.expected_reads;
   marks_known_ &= part->marks_known_;
   return ok_;
 }
@@ -256,8 +269,11 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
 void compact_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
   const std::vector<uint64_t> &counted = keys_->counted;
   const uint64_t n = counted.size();
-  wrkload_ent *regions = vol_begin_workload(ctx, n, quiet);
-  if (quiet && regions == nullptr && n >= VOL_MIN_WORKLOAD_REGIONS)
+  // A sampled pass ranks a sample of the interval's regions: its cut is
+  // placed where the whole's would be.
+  const double rate = sample_bound_ != 0 ? vol_region_sample_rate() : 1.0;
+  wrkload_ent *regions = vol_begin_workload(ctx, n, quiet, rate);
+  if (quiet && regions == nullptr && (double)n >= (VOL_MIN_WORKLOAD_REGIONS - 0.5) * rate)
     ok_ = false;
   if (regions != nullptr)
     met_.resize(n);
@@ -276,7 +292,7 @@ void compact_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
     // Only the workload's listing, at debug level 4, shows the order of
     // regions read equally often.
     ranking_.rank(met_.data(), n, regions, debug >= 4);
-    vol_select_ranked_workload(ctx, regions, n);
+    vol_select_ranked_workload(ctx, regions, n, rate);
   }
   keys_->counted.clear();
 }

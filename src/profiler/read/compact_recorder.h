@@ -9,6 +9,7 @@
 
 #include "profiler/read/compact_form.h"
 #include "profiler/read/interval_ranking.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/read/trace_line.h"
 #include "stats/stathash.h"
 
@@ -115,6 +116,8 @@ public:
   // False when the key table could not grow: count_access then lost
   // accesses, and the counts are incomplete as well as the form.
   bool counting_ok() const { return counting_ok_; }
+  // What a sampled pass counted of the whole trace (count_read's reads).
+  const region_sample_totals &sample_totals() const { return whole_; }
 
   // Ends the last interval (end of file) unless a part absorbed last ended
   // it, and hands the form over, keeping the devices to settle.  Null when
@@ -152,6 +155,8 @@ private:
   bool ok_ = true;
   bool counting_ok_ = true;
   uint64_t sample_bound_; // regions hashing below it are kept; 0: every region
+  region_sample_totals whole_; // of a sampled pass: what it saw of the whole
+  std::vector<double> keep_chance_; // of a sampled pass: per read length, in regions
 };
 
 // A recorded trace whose new devices and thresholds are not settled yet.

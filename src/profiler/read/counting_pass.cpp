@@ -229,6 +229,7 @@ bool vol_count_and_record(FILE *trace, const struct stat &file, unsigned threads
     vol_keep_interval(ctx, st.elapsed);
   }
   *form = replay.finish(!last_taken);
+  vol_set_region_sample_totals(replay.sample_totals());
   vol_finish_input(st.elapsed);
   return true;
 } catch (const std::bad_alloc &) {

@@ -11,6 +11,7 @@ namespace {
 
 double sample_rate = 1.0;
 uint64_t sample_bound = 0;
+region_sample_totals totals;
 
 } // namespace
 
@@ -34,3 +35,11 @@ bool vol_region_kept(uint64_t seed, uint64_t region, uint64_t bound) {
     bytes[i] = static_cast<unsigned char>(region >> (8 * i));
   return XXH3_64bits_withSeed(bytes, sizeof(bytes), seed) < bound;
 }
+
+double vol_read_keep_chance(uint64_t regions, double rate) {
+  return 1.0 - std::pow(1.0 - rate, static_cast<double>(regions));
+}
+
+void vol_set_region_sample_totals(const region_sample_totals &t) { totals = t; }
+
+region_sample_totals vol_region_sample_totals(void) { return totals; }

@@ -27,3 +27,18 @@ inline uint64_t vol_region_sample_seed(int32_t major, int32_t minor) {
 
 // Whether `region` of the device with `seed` is kept under `bound`.
 bool vol_region_kept(uint64_t seed, uint64_t region, uint64_t bound);
+
+// What a sampled reading saw of the whole trace, beside its sample: every
+// region access, and the reads it could expect to keep (a read of k
+// regions keeps one with the chance 1 - (1 - rate)^k).  A sample of a few
+// very hot regions can hold far more or fewer accesses than rate times the
+// whole's; these say how many.
+struct region_sample_totals {
+  uint64_t accesses = 0;
+  double expected_reads = 0.0;
+};
+// The chance that a read of `regions` regions keeps one at `rate`.
+double vol_read_keep_chance(uint64_t regions, double rate);
+// The totals of the last sampled reading (left by the recorder's finish).
+void vol_set_region_sample_totals(const region_sample_totals &totals);
+region_sample_totals vol_region_sample_totals(void);
