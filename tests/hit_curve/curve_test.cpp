@@ -136,7 +136,7 @@ TEST(CurveRun, OnlyTheSizesAskedFor) {
                           "recommended\n"));
   EXPECT_EQ(4, std::count(alone.begin(), alone.end(), '\n'));
   EXPECT_EQ(0, run_program("/usr/bin/xmllint", {"--noout", tmp.file("c.svg")}).exit_status);
-  EXPECT_NE(std::string::npos, read_file(tmp.file("c.svg")).find("recommended: 0.25 GB"));
+  EXPECT_NE(std::string::npos, read_file(tmp.file("c.svg")).find("recommended: 0.25 GiB"));
 }
 
 // A read hits when any of its regions is cached, a region access when its
