@@ -47,14 +47,15 @@ __attribute__((format(printf, 1, 2))) std::string fmt(const char *format, ...) {
 // small sizes that two decimals would show as 0.00.
 std::string gib_text(double gib) { return fmt(gib < 0.1 ? "%.3g GiB" : "%.2f GiB", gib); }
 
-// A line of text centred on the canvas, squeezed to fit when it is too long
-// for it (a long title given on the command line).
-std::string centred(double y, const char *attributes, const std::string &text, double size) {
-  std::string s = fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\" font-size=\"%.0f\" %s", SVG_WIDTH / 2, y,
-                      size, attributes);
-  if (svg_text_width(text, size) > SVG_WIDTH - 20)
-    s += fmt(" textLength=\"%.0f\" lengthAdjust=\"spacingAndGlyphs\"", SVG_WIDTH - 20);
-  return s + ">" + escape(text) + "</text>\n";
+// A line of text centred on the canvas, in a smaller font when it is too
+// long for it at `size` (a long title given on the command line): a font
+// size is the one thing every renderer honours.
+std::string centred(double y, bool bold, const char *colour, const std::string &text, double size) {
+  const double width = svg_text_width(text, size) * (bold ? 1.12 : 1.0); // bold glyphs are wider
+  size = std::max(1.0, std::min(size, size * (SVG_WIDTH - 20) / width));
+  return fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\" font-size=\"%.1f\" fill=\"%s\"%s>", SVG_WIDTH / 2, y,
+             size, colour, bold ? " font-weight=\"bold\"" : "") +
+         escape(text) + "</text>\n";
 }
 
 std::string default_title(const std::string &trace_dir) {
@@ -84,18 +85,18 @@ std::string forecast_text(const latency_forecast &f) {
 }
 
 std::string header(const curve &c, const curve_svg_options &o) {
-  std::string s = centred(26, "font-weight=\"bold\"", o.title.empty() ? default_title(c.trace_dir) : o.title, 16);
+  std::string s = centred(26, true, "#000", o.title.empty() ? default_title(c.trace_dir) : o.title, 16);
   std::string first = fmt("%.2f hours, %llu reads", (double)c.duration_hours, (unsigned long long)c.reads);
   if (o.latencies)
     first += fmt("; latencies: cache %g ms, disk %g ms", (double)o.cache_lat, (double)o.disk_lat);
-  s += centred(46, "fill=\"#555\"", first, 13);
+  s += centred(46, false, "#555", first, 13);
   std::string second;
   if (c.sample_rate < 1)
     second = fmt("sampled: %g %% of regions", c.sample_rate * 100);
   if (!c.has_recommendation)
     second += (second.empty() ? "" : "; ") + std::string("no size can be recommended: every region admitted");
   if (!second.empty())
-    s += centred(64, "fill=\"#555\"", second, 13);
+    s += centred(64, false, "#555", second, 13);
   return s;
 }
 
