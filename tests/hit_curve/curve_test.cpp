@@ -120,8 +120,8 @@ TEST(CurveRun, FixedFractionRowsAreCurvePoints) {
 }
 
 // Sizes asked for are replayed alone; --recommend adds the search's answer
-// (4140 regions, beside 0.25 GB's 4096) and changes no other row, and the
-// picture marks it under the title given.
+// (4140 regions, beside 0.25 GB's 4096) and changes no other row; the
+// picture has the title given.
 TEST(CurveRun, OnlyTheSizesAskedFor) {
   scoped_temp_dir tmp;
   const std::vector<std::string> asked = {"-i", EXAMPLES + "oltp", "--sizes", "0.1,0.25,1", "--csv", "-"};
@@ -136,9 +136,7 @@ TEST(CurveRun, OnlyTheSizesAskedFor) {
   EXPECT_EQ(0u, alone.find("regions,gb,hits,misses,hit_ratio,region_hits,region_accesses,region_hit_ratio,searched,"
                           "recommended\n"));
   EXPECT_EQ(4, std::count(alone.begin(), alone.end(), '\n'));
-  const std::string svg = read_file(tmp.file("c.svg"));
-  EXPECT_NE(std::string::npos, svg.find(">recommended: 0.25 GiB<"));
-  EXPECT_NE(std::string::npos, svg.find(">T&amp;1<"));
+  EXPECT_NE(std::string::npos, read_file(tmp.file("c.svg")).find(">T&amp;1<"));
 }
 
 // A read hits when any of its regions is cached, a region access when its
