@@ -164,25 +164,24 @@ std::string recommendation(const curve_point &p, double x, const curve_svg_optio
            "fill-opacity=\"0.9\" stroke=\"%s\"/>\n<g font-size=\"%.0f\">\n",
            box.x, box.y, box.w, box.h, MARK_RED, SIZE);
   for (size_t i = 0; i < lines.size(); i++)
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\"%s>", box.x + PAD, box.y + LINE * (i + 1),
-             i == 0 ? " fill=\"#c0392b\" font-weight=\"bold\"" : "") +
-         escape(lines[i]) + "</text>\n";
+    s += fmt("<text x=\"%.1f\" y=\"%.1f\"", box.x + PAD, box.y + LINE * (i + 1)) +
+         (i == 0 ? fmt(" font-weight=\"bold\" fill=\"%s\">", MARK_RED) : ">") + escape(lines[i]) + "</text>\n";
   return s + "</g>\n";
 }
 
-// A point's marker: the search's sizes as diamonds (the recommended one
-// larger and filled red), the others as dots.
+// A diamond around (x, y), its element left open for a tooltip: hollow for
+// the search's sizes, larger and red for the recommended one.
+std::string diamond(double x, double y, bool recommended, const char *attributes) {
+  const double r = recommended ? 6.5 : 4.5;
+  return fmt("<path%s d=\"M%.1f,%.1f l%.1f,%.1f l%.1f,%.1f l%.1f,%.1f z\" fill=\"%s\" stroke=\"%s\" stroke-width=\"1.5\"",
+             attributes, x, y - r, r, r, -r, r, -r, -r, recommended ? MARK_RED : "white",
+             recommended ? MARK_RED : READ_BLUE);
+}
+
+// A point's marker: the search's sizes as diamonds, the others as dots.
 std::string marker(const curve_point &p, double x, double y, const char *title) {
-  std::string s;
-  if (!p.searched) {
-    s = fmt("<circle class=\"spread\" cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\">", x, y, READ_BLUE);
-  } else {
-    const double r = p.recommended ? 6.5 : 4.5;
-    const char *fill = p.recommended ? MARK_RED : "white";
-    s = fmt("<path class=\"searched\" d=\"M%.1f,%.1f l%.1f,%.1f l%.1f,%.1f l%.1f,%.1f z\" fill=\"%s\" stroke=\"%s\" "
-            "stroke-width=\"1.5\">",
-            x, y - r, r, r, -r, r, -r, -r, fill, p.recommended ? MARK_RED : READ_BLUE);
-  }
+  std::string s = p.searched ? diamond(x, y, p.recommended, " class=\"searched\"") + ">"
+                             : fmt("<circle class=\"spread\" cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\">", x, y, READ_BLUE);
   s += fmt("<title>%s (%llu regions): %.2f %% of reads hit, %.2f %% of region accesses%s</title>",
            gib_text(p.gb).c_str(), (unsigned long long)p.regions, (double)p.hit_ratio, p.region_hit_ratio, title);
   return s + (p.searched ? "</path>\n" : "</circle>\n");
@@ -210,15 +209,11 @@ std::string legend(const curve &c) {
             x, y, x + 24, y, REGION_GREEN),
         "region accesses hit");
   if (searched)
-    entry(fmt("<path d=\"M%.1f,%.1f l4.5,4.5 l-4.5,4.5 l-4.5,-4.5 z\" fill=\"white\" stroke=\"%s\" "
-              "stroke-width=\"1.5\"/>",
-              mid, y - 4.5, READ_BLUE),
-          "sizes the search tried");
+    entry(diamond(mid, y, false, "") + "/>", "sizes the search tried");
   if (other)
     entry(fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\"/>", mid, y, READ_BLUE), "other sizes replayed");
   if (c.has_recommendation)
-    entry(fmt("<path d=\"M%.1f,%.1f l6.5,6.5 l-6.5,6.5 l-6.5,-6.5 z\" fill=\"%s\"/>", mid, y - 6.5, MARK_RED),
-          "recommended size");
+    entry(diamond(mid, y, true, "") + "/>", "recommended size");
   return s + "</g>\n";
 }
 
@@ -252,11 +247,10 @@ std::string curve_svg(const curve &c, const curve_svg_options &o) {
   }
   for (const auto *line : {&reads, &regions}) {
     for (size_t i = 0; i < line->size(); i++) {
-      for (int k = 0; k < (i + 1 < line->size() ? 8 : 1); k++) {
-        const auto &[x0, y0] = (*line)[i];
-        const auto &[x1, y1] = (*line)[std::min(i + 1, line->size() - 1)];
+      const auto [x0, y0] = (*line)[i];
+      const auto [x1, y1] = (*line)[i + 1 < line->size() ? i + 1 : i];
+      for (int k = 0; k < 8; k++) // eighths of the segment to the next point
         marks.emplace_back(x0 + (x1 - x0) * k / 8, y0 + (y1 - y0) * k / 8);
-      }
     }
   }
 

@@ -4,6 +4,7 @@
 // inside the plot.  Pure geometry, no SVG text; used by curve_svg only.
 
 #include <string>
+#include <utility>
 #include <vector>
 
 // An 800 x 500 canvas: title lines above the plot, tick labels and the axis
