@@ -1,62 +1,21 @@
-// Drawing the curve as SVG text; where things go is curve_svg_layout's.
+// Drawing the curve as SVG text; where things go is curve_svg_layout's,
+// the text helpers curve_svg_text's.
 
 #include "hit_curve/curve_svg.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <filesystem>
 #include <utility>
 #include <vector>
 
 #include "hit_curve/curve_svg_layout.h"
+#include "hit_curve/curve_svg_text.h"
 #include "profiler/report/cache_stats.h"
 
 namespace {
 
 constexpr const char *READ_BLUE = "#1f77b4", *REGION_GREEN = "#2ca02c", *MARK_RED = "#c0392b", *GREY = "#777";
-
-std::string escape(const std::string &text) {
-  std::string out;
-  for (char ch : text) {
-    switch (ch) {
-    case '&': out += "&amp;"; break;
-    case '<': out += "&lt;"; break;
-    case '>': out += "&gt;"; break;
-    case '"': out += "&quot;"; break;
-    case '\'': out += "&apos;"; break;
-    default:
-      // Control characters are not allowed in XML 1.0.
-      if (static_cast<unsigned char>(ch) >= 0x20 || ch == '\t')
-        out += ch;
-    }
-  }
-  return out;
-}
-
-__attribute__((format(printf, 1, 2))) std::string fmt(const char *format, ...) {
-  char buf[512];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(buf, sizeof(buf), format, args);
-  va_end(args);
-  return buf;
-}
-
-// Sizes as the report prints them (two decimals), with more digits for the
-// small sizes that two decimals would show as 0.00.
-std::string gib_text(double gib) { return fmt(gib < 0.1 ? "%.3g GiB" : "%.2f GiB", gib); }
-
-// A line of text centred on the canvas, in a smaller font when it is too
-// long for it at `size` (a long title given on the command line): a font
-// size is the one thing every renderer honours.
-std::string centred(double y, bool bold, const char *colour, const std::string &text, double size) {
-  const double width = svg_text_width(text, size) * (bold ? 1.12 : 1.0); // bold glyphs are wider
-  size = std::max(1.0, std::min(size, size * (SVG_WIDTH - 20) / width));
-  return fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\" font-size=\"%.1f\" fill=\"%s\"%s>", SVG_WIDTH / 2, y,
-             size, colour, bold ? " font-weight=\"bold\"" : "") +
-         escape(text) + "</text>\n";
-}
 
 std::string default_title(const std::string &trace_dir) {
   // The directory's own name, whatever path reached it ("." included).
@@ -74,10 +33,10 @@ std::string default_title(const std::string &trace_dir) {
 }
 
 std::string forecast_text(const latency_forecast &f) {
-  std::string s = fmt("average gain %.2f ms", (double)f.avg_gain_ms);
+  std::string s = svg_fmt("average gain %.2f ms", (double)f.avg_gain_ms);
   switch (f.verdict) {
-  case latency_verdict::faster: return s + fmt(", %.2fx faster reads", (double)f.factor);
-  case latency_verdict::slower: return s + fmt(", %.2fx slower reads", (double)f.factor);
+  case latency_verdict::faster: return s + svg_fmt(", %.2fx faster reads", (double)f.factor);
+  case latency_verdict::slower: return s + svg_fmt(", %.2fx slower reads", (double)f.factor);
   case latency_verdict::same: return s + ", performance remains the same";
   case latency_verdict::unknown: break;
   }
@@ -85,46 +44,46 @@ std::string forecast_text(const latency_forecast &f) {
 }
 
 std::string header(const curve &c, const curve_svg_options &o) {
-  std::string s = centred(26, true, "#000", o.title.empty() ? default_title(c.trace_dir) : o.title, 16);
-  std::string first = fmt("%.2f hours, %llu reads", (double)c.duration_hours, (unsigned long long)c.reads);
+  std::string s = svg_centred(26, true, "#000", o.title.empty() ? default_title(c.trace_dir) : o.title, 16);
+  std::string first = svg_fmt("%.2f hours, %llu reads", (double)c.duration_hours, (unsigned long long)c.reads);
   if (o.latencies)
-    first += fmt("; latencies: cache %g ms, disk %g ms", (double)o.cache_lat, (double)o.disk_lat);
-  s += centred(46, false, "#555", first, 13);
+    first += svg_fmt("; latencies: cache %g ms, disk %g ms", (double)o.cache_lat, (double)o.disk_lat);
+  s += svg_centred(46, false, "#555", first, 13);
   std::string second;
   if (c.sample_rate < 1)
-    second = fmt("sampled: %g %% of regions", c.sample_rate * 100);
+    second = svg_fmt("sampled: %g %% of regions", c.sample_rate * 100);
   if (!c.has_recommendation)
     second += (second.empty() ? "" : "; ") + std::string("no size can be recommended: every region admitted");
   if (!second.empty())
-    s += centred(64, false, "#555", second, 13);
+    s += svg_centred(64, false, "#555", second, 13);
   return s;
 }
 
 std::string axes(const svg_x_axis &axis) {
   std::string s = "<g stroke=\"#ddd\" stroke-width=\"1\">\n";
   for (int pct = 0; pct <= 100; pct += 20)
-    s += fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", SVG_LEFT, svg_y_of(pct),
+    s += svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", SVG_LEFT, svg_y_of(pct),
              SVG_LEFT + SVG_PLOT_W, svg_y_of(pct));
   for (double gib : axis.ticks)
-    s += fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", axis.x_of(gib), SVG_TOP, axis.x_of(gib),
+    s += svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", axis.x_of(gib), SVG_TOP, axis.x_of(gib),
              SVG_TOP + SVG_PLOT_H);
   s += "</g>\n<g fill=\"#333\">\n";
   for (int pct = 0; pct <= 100; pct += 20)
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\">%d</text>\n", SVG_LEFT - 8, svg_y_of(pct) + 4, pct);
+    s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\">%d</text>\n", SVG_LEFT - 8, svg_y_of(pct) + 4, pct);
   for (size_t i = 0; i < axis.ticks.size(); i++) {
     if (axis.labelled[i]) // %g: 0.25, 1, 1.5, 120, without trailing zeros
-      s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">%g</text>\n", axis.x_of(axis.ticks[i]),
+      s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">%g</text>\n", axis.x_of(axis.ticks[i]),
                SVG_TOP + SVG_PLOT_H + 20, axis.ticks[i]);
   }
   s += "</g>\n";
-  s += fmt("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" stroke=\"#333\"/>\n", SVG_LEFT,
+  s += svg_fmt("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" stroke=\"#333\"/>\n", SVG_LEFT,
            SVG_TOP, SVG_PLOT_W, SVG_PLOT_H);
-  s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">cache size (GiB)</text>\n", SVG_LEFT + SVG_PLOT_W / 2,
+  s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">cache size (GiB)</text>\n", SVG_LEFT + SVG_PLOT_W / 2,
            SVG_HEIGHT - 16);
   if (axis.log)
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\" fill=\"%s\" font-size=\"11\">logarithmic scale</text>\n",
+    s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\" fill=\"%s\" font-size=\"11\">logarithmic scale</text>\n",
              SVG_LEFT + SVG_PLOT_W, SVG_HEIGHT - 16, GREY);
-  s += fmt("<text x=\"20\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 20 %.1f)\">hit ratio (%%)</text>\n",
+  s += svg_fmt("<text x=\"20\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 20 %.1f)\">hit ratio (%%)</text>\n",
            SVG_TOP + SVG_PLOT_H / 2, SVG_TOP + SVG_PLOT_H / 2);
   return s;
 }
@@ -132,23 +91,23 @@ std::string axes(const svg_x_axis &axis) {
 // The total storage, a dotted line labelled above the plot.
 std::string storage_line(double x, double gib) {
   const bool right_half = x > SVG_LEFT + SVG_PLOT_W / 2;
-  return fmt("<line class=\"storage\" x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" "
+  return svg_fmt("<line class=\"storage\" x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" "
              "stroke-width=\"1.5\" stroke-dasharray=\"2 3\"/>\n",
              x, SVG_TOP, x, SVG_TOP + SVG_PLOT_H, GREY) +
-         fmt("<text x=\"%.1f\" y=\"%.1f\" fill=\"%s\" font-size=\"12\" text-anchor=\"%s\">total storage: ", x,
+         svg_fmt("<text x=\"%.1f\" y=\"%.1f\" fill=\"%s\" font-size=\"12\" text-anchor=\"%s\">total storage: ", x,
              SVG_TOP - 7, GREY, right_half ? "end" : "start") +
-         gib_text(gib) + "</text>\n";
+         svg_gib(gib) + "</text>\n";
 }
 
 // The recommended size: a dashed line, and its figures in a box beside it
 // where it hides the least of the curves.
 std::string recommendation(const curve_point &p, double x, const curve_svg_options &o,
                            const std::vector<std::pair<double, double>> &marks) {
-  std::vector<std::string> lines = {"recommended: " + gib_text(p.gb),
-                                    fmt("%.2f %% of reads hit", (double)p.hit_ratio),
-                                    fmt("%.2f %% of region accesses hit", p.region_hit_ratio)};
+  std::vector<std::string> lines = {"recommended: " + svg_gib(p.gb),
+                                    svg_fmt("%.2f %% of reads hit", (double)p.hit_ratio),
+                                    svg_fmt("%.2f %% of region accesses hit", p.region_hit_ratio)};
   if (p.has_forecast) {
-    lines.push_back(o.latencies ? fmt("with cache %g ms / disk %g ms:", (double)o.cache_lat, (double)o.disk_lat)
+    lines.push_back(o.latencies ? svg_fmt("with cache %g ms / disk %g ms:", (double)o.cache_lat, (double)o.disk_lat)
                                 : "forecast:");
     lines.push_back(forecast_text(p.forecast));
   }
@@ -157,15 +116,15 @@ std::string recommendation(const curve_point &p, double x, const curve_svg_optio
   for (const std::string &line : lines)
     w = std::max(w, svg_text_width(line, SIZE));
   const svg_box box = svg_place_label(x, w + 2 * PAD, LINE * lines.size() + PAD, marks);
-  std::string s = fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"1.5\" "
+  std::string s = svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"1.5\" "
                       "stroke-dasharray=\"6 4\"/>\n",
                       x, SVG_TOP, x, SVG_TOP + SVG_PLOT_H, MARK_RED);
-  s += fmt("<rect class=\"label\" x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"white\" "
+  s += svg_fmt("<rect class=\"label\" x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"white\" "
            "fill-opacity=\"0.9\" stroke=\"%s\"/>\n<g font-size=\"%.0f\">\n",
            box.x, box.y, box.w, box.h, MARK_RED, SIZE);
   for (size_t i = 0; i < lines.size(); i++)
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\"", box.x + PAD, box.y + LINE * (i + 1)) +
-         (i == 0 ? fmt(" font-weight=\"bold\" fill=\"%s\">", MARK_RED) : ">") + escape(lines[i]) + "</text>\n";
+    s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\"", box.x + PAD, box.y + LINE * (i + 1)) +
+         (i == 0 ? svg_fmt(" font-weight=\"bold\" fill=\"%s\">", MARK_RED) : ">") + svg_escape(lines[i]) + "</text>\n";
   return s + "</g>\n";
 }
 
@@ -173,7 +132,7 @@ std::string recommendation(const curve_point &p, double x, const curve_svg_optio
 // the search's sizes, larger and red for the recommended one.
 std::string diamond(double x, double y, bool recommended, const char *attributes) {
   const double r = recommended ? 6.5 : 4.5;
-  return fmt("<path%s d=\"M%.1f,%.1f l%.1f,%.1f l%.1f,%.1f l%.1f,%.1f z\" fill=\"%s\" stroke=\"%s\" stroke-width=\"1.5\"",
+  return svg_fmt("<path%s d=\"M%.1f,%.1f l%.1f,%.1f l%.1f,%.1f l%.1f,%.1f z\" fill=\"%s\" stroke=\"%s\" stroke-width=\"1.5\"",
              attributes, x, y - r, r, r, -r, r, -r, -r, recommended ? MARK_RED : "white",
              recommended ? MARK_RED : READ_BLUE);
 }
@@ -181,9 +140,9 @@ std::string diamond(double x, double y, bool recommended, const char *attributes
 // A point's marker: the search's sizes as diamonds, the others as dots.
 std::string marker(const curve_point &p, double x, double y, const char *title) {
   std::string s = p.searched ? diamond(x, y, p.recommended, " class=\"searched\"") + ">"
-                             : fmt("<circle class=\"spread\" cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\">", x, y, READ_BLUE);
-  s += fmt("<title>%s (%llu regions): %.2f %% of reads hit, %.2f %% of region accesses%s</title>",
-           gib_text(p.gb).c_str(), (unsigned long long)p.regions, (double)p.hit_ratio, p.region_hit_ratio, title);
+                             : svg_fmt("<circle class=\"spread\" cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\">", x, y, READ_BLUE);
+  s += svg_fmt("<title>%s (%llu regions): %.2f %% of reads hit, %.2f %% of region accesses%s</title>",
+           svg_gib(p.gb).c_str(), (unsigned long long)p.regions, (double)p.hit_ratio, p.region_hit_ratio, title);
   return s + (p.searched ? "</path>\n" : "</circle>\n");
 }
 
@@ -198,29 +157,29 @@ std::string legend(const curve &c) {
   double y = SVG_TOP + 10;
   std::string s = "<g font-size=\"12\">\n";
   auto entry = [&](const std::string &mark, const char *text) {
-    s += mark + fmt("<text x=\"%.1f\" y=\"%.1f\">%s</text>\n", x + 32, y + 4, text);
+    s += mark + svg_fmt("<text x=\"%.1f\" y=\"%.1f\">%s</text>\n", x + 32, y + 4, text);
     y += 22;
   };
-  entry(fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"2\"/>", x, y, x + 24,
+  entry(svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"2\"/>", x, y, x + 24,
             y, READ_BLUE),
         "reads hit");
-  entry(fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"2\" "
+  entry(svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"2\" "
             "stroke-dasharray=\"5 3\"/>",
             x, y, x + 24, y, REGION_GREEN),
         "region accesses hit");
   if (searched)
     entry(diamond(mid, y, false, "") + "/>", "sizes the search tried");
   if (other)
-    entry(fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\"/>", mid, y, READ_BLUE), "other sizes replayed");
+    entry(svg_fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\"/>", mid, y, READ_BLUE), "other sizes replayed");
   if (c.has_recommendation)
     entry(diamond(mid, y, true, "") + "/>", "recommended size");
   return s + "</g>\n";
 }
 
 std::string polyline(const std::vector<std::pair<double, double>> &xy, const char *colour, const char *dashes) {
-  std::string s = fmt("<polyline fill=\"none\" stroke=\"%s\" stroke-width=\"2\"%s points=\"", colour, dashes);
+  std::string s = svg_fmt("<polyline fill=\"none\" stroke=\"%s\" stroke-width=\"2\"%s points=\"", colour, dashes);
   for (const auto &[x, y] : xy)
-    s += fmt("%.1f,%.1f ", x, y);
+    s += svg_fmt("%.1f,%.1f ", x, y);
   return s + "\"/>\n";
 }
 
@@ -255,7 +214,7 @@ std::string curve_svg(const curve &c, const curve_svg_options &o) {
   }
 
   std::string s = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  s += fmt("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" viewBox=\"0 0 %.0f %.0f\" "
+  s += svg_fmt("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" viewBox=\"0 0 %.0f %.0f\" "
            "font-family=\"sans-serif\" font-size=\"13\">\n",
            SVG_WIDTH, SVG_HEIGHT, SVG_WIDTH, SVG_HEIGHT);
   s += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
