@@ -78,8 +78,9 @@ options parse(int argc, char **argv) {
       {"points", required_argument, nullptr, OPT_POINTS}, {"csv", required_argument, nullptr, OPT_CSV},
       {"json", required_argument, nullptr, OPT_JSON},  {"svg", required_argument, nullptr, OPT_SVG},
       {"cache-latency", required_argument, nullptr, 's'}, {"disk-latency", required_argument, nullptr, 'd'},
-      {"recommend", no_argument, nullptr, OPT_RECOMMEND}, {"title", required_argument, nullptr, OPT_TITLE},
+      {"recommend", no_argument, nullptr, OPT_RECOMMEND},
       {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
+      {"title", required_argument, nullptr, OPT_TITLE},
       {nullptr, 0, nullptr, 0}};
   options o;
   int opt;
@@ -101,8 +102,8 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
-    case OPT_RECOMMEND: o.request.recommend = true; break;
     case OPT_TITLE: o.title = optarg; break;
+    case OPT_RECOMMEND: o.request.recommend = true; break;
     case 'h':
       fputs(USAGE, stdout);
       exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
