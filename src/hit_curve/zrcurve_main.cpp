@@ -21,7 +21,7 @@ namespace {
 
 const char *const USAGE =
     "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]] [--recommend]\n"
-    "               [--csv FILE] [--json FILE] [--svg FILE] [-s MS] [-d MS]\n"
+    "               [--csv FILE] [--json FILE] [--svg FILE [--title TEXT]] [-s MS] [-d MS]\n"
     "Replays the profiler trace in DIR (DIR/out, DIR/device_map) for a series of\n"
     "cache sizes and prints the hit ratio of each, per read (a read hits when any\n"
     "of its regions is cached) and per region access, marking the size that\n"
@@ -38,6 +38,7 @@ const char *const USAGE =
     "      --csv FILE      write the curve as CSV ('-': standard output)\n"
     "      --json FILE     write the curve as JSON ('-': standard output)\n"
     "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
+    "      --title TEXT    the plot's title (default: the trace directory's name)\n"
     "  -s, --cache-latency MS  caching-device latency, for the latency forecast\n"
     "  -d, --disk-latency MS   data-device latency, for the latency forecast\n"
     "  -h, --help          show this help\n"
@@ -52,6 +53,7 @@ struct options {
   double from_gb = 0, to_gb = 0;
   bool from_given = false, to_given = false, sizes_given = false, points_given = false;
   std::string csv, json, svg;
+  std::string title; // the SVG's; empty: its default
 };
 
 [[noreturn]] void usage_error(const std::string &why) {
@@ -69,7 +71,7 @@ template <typename T> T number(const char *option, const char *text) {
 }
 
 options parse(int argc, char **argv) {
-  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND };
+  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND, OPT_TITLE };
   static const option longs[] = {
       {"input", required_argument, nullptr, 'i'},      {"sizes", required_argument, nullptr, OPT_SIZES},
       {"from", required_argument, nullptr, OPT_FROM},  {"to", required_argument, nullptr, OPT_TO},
@@ -78,6 +80,7 @@ options parse(int argc, char **argv) {
       {"cache-latency", required_argument, nullptr, 's'}, {"disk-latency", required_argument, nullptr, 'd'},
       {"recommend", no_argument, nullptr, OPT_RECOMMEND},
       {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
+      {"title", required_argument, nullptr, OPT_TITLE},
       {nullptr, 0, nullptr, 0}};
   options o;
   int opt;
@@ -99,6 +102,7 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
+    case OPT_TITLE: o.title = optarg; break;
     case OPT_RECOMMEND: o.request.recommend = true; break;
     case 'h':
       fputs(USAGE, stdout);
@@ -198,7 +202,7 @@ int main(int argc, char **argv) {
   if (!o.json.empty())
     ok = write_output(o.json, curve_json(c)) && ok;
   if (!o.svg.empty())
-    ok = write_output(o.svg, curve_svg(c)) && ok;
+    ok = write_output(o.svg, curve_svg(c, {o.title, o.request.forecast, o.request.cache_lat, o.request.disk_lat})) && ok;
   if (o.csv != "-" && o.json != "-" && o.svg != "-")
     curve_write_text(stdout, c);
   ok = tool_stdout_delivered("zrcurve") && ok;
