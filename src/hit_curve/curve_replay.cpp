@@ -70,7 +70,7 @@ std::vector<curve_replay_result> curve_replay(
   std::vector<uint64_t> replayed;
   std::vector<replay_request> plan;
   for (uint64_t size : sizes) {
-    replayed.push_back(vol_replayed_size(rate < 1.0 ? curve_sampled_size(size, rate) : size));
+    replayed.push_back(vol_replayed_size(rate < 1.0 ? curve_sampled_size(size, rate) : size, admit_all));
     const replay_request r{replayed.back(), admit_all};
     if (std::find(plan.begin(), plan.end(), r) == plan.end())
       plan.push_back(r);

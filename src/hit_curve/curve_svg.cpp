@@ -1,193 +1,241 @@
-// Drawing the curve as SVG text.
+// Drawing the curve as SVG text; where things go is curve_svg_layout's,
+// the text helpers curve_svg_text's.
 
 #include "hit_curve/curve_svg.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <utility>
 #include <vector>
+
+#include "hit_curve/curve_svg_layout.h"
+#include "hit_curve/curve_svg_text.h"
+#include "profiler/report/cache_stats.h"
 
 namespace {
 
-constexpr double WIDTH = 820, HEIGHT = 500;
-constexpr double LEFT = 80, RIGHT = 40, TOP = 70, BOTTOM = 70;
-constexpr double PLOT_W = WIDTH - LEFT - RIGHT, PLOT_H = HEIGHT - TOP - BOTTOM;
+constexpr const char *READ_BLUE = "#1f77b4", *REGION_GREEN = "#2ca02c", *MARK_RED = "#c0392b", *GREY = "#777";
 
-std::string escape(const std::string &text) {
-  std::string out;
-  for (char ch : text) {
-    switch (ch) {
-    case '&': out += "&amp;"; break;
-    case '<': out += "&lt;"; break;
-    case '>': out += "&gt;"; break;
-    case '"': out += "&quot;"; break;
-    default:
-      // Control characters are not allowed in XML 1.0.
-      if (static_cast<unsigned char>(ch) >= 0x20 || ch == '\t')
-        out += ch;
-    }
+std::string default_title(const std::string &trace_dir) {
+  // The directory's own name, whatever path reached it ("." included).
+  std::filesystem::path dir = std::filesystem::path(trace_dir).lexically_normal();
+  if (!dir.has_filename() && dir.has_parent_path() && dir != dir.root_path())
+    dir = dir.parent_path(); // "a/b/" names b
+  if (dir.filename() == "." || dir.filename() == "..") {
+    std::error_code ec;
+    const std::filesystem::path absolute = std::filesystem::absolute(dir, ec).lexically_normal();
+    if (!ec)
+      dir = absolute.has_filename() ? absolute : absolute.parent_path();
   }
-  return out;
+  const std::string name = dir.filename().string();
+  return "Read-cache hit ratio: " + (name.empty() ? trace_dir : name);
 }
 
-std::string fmt(const char *format, double a, double b = 0, double c = 0, double d = 0) {
-  char buf[160];
-  snprintf(buf, sizeof(buf), format, a, b, c, d);
-  return buf;
+std::string forecast_text(const latency_forecast &f) {
+  std::string s = svg_fmt("average gain %.2f ms", (double)f.avg_gain_ms);
+  switch (f.verdict) {
+  case latency_verdict::faster: return s + svg_fmt(", %.2fx faster reads", (double)f.factor);
+  case latency_verdict::slower: return s + svg_fmt(", %.2fx slower reads", (double)f.factor);
+  case latency_verdict::same: return s + ", performance remains the same";
+  case latency_verdict::unknown: break;
+  }
+  return s;
 }
 
-// A tick label without trailing zeros: 0.25, 1, 1.5, 120.
-std::string tick_label(double value) {
-  char buf[32];
-  snprintf(buf, sizeof(buf), "%.6g", value);
-  return buf;
+std::string header(const curve &c, const curve_svg_options &o) {
+  std::string s = svg_centred(26, true, "#000", o.title.empty() ? default_title(c.trace_dir) : o.title, 16);
+  std::string first = svg_fmt("%.2f hours, %llu reads", (double)c.duration_hours, (unsigned long long)c.reads);
+  if (o.latencies)
+    first += svg_fmt("; latencies: cache %g ms, disk %g ms", (double)o.cache_lat, (double)o.disk_lat);
+  s += svg_centred(46, false, "#555", first, 13);
+  std::string second;
+  if (c.sample_rate < 1)
+    second = svg_fmt("sampled: %g %% of regions", c.sample_rate * 100);
+  if (!c.has_recommendation)
+    second += (second.empty() ? "" : "; ") + std::string("no size can be recommended: every region admitted");
+  if (!second.empty())
+    s += svg_centred(64, false, "#555", second, 13);
+  return s;
 }
 
-// The x axis: linear from 0 with round ticks or, when the sizes span more
-// than two decades, logarithmic over whole decades with ticks at 1, 2 and 5.
-struct x_axis {
-  bool log = false;
-  double lo = 0, hi = 1; // GB at the left and right edges
-  std::vector<double> ticks;
-  std::vector<bool> labelled; // beside ticks: whether the tick gets a label
+std::string axes(const svg_x_axis &axis) {
+  std::string s = "<g stroke=\"#ddd\" stroke-width=\"1\">\n";
+  for (int pct = 0; pct <= 100; pct += 20)
+    s += svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", SVG_LEFT, svg_y_of(pct),
+             SVG_LEFT + SVG_PLOT_W, svg_y_of(pct));
+  for (double gib : axis.ticks)
+    s += svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", axis.x_of(gib), SVG_TOP, axis.x_of(gib),
+             SVG_TOP + SVG_PLOT_H);
+  s += "</g>\n<g fill=\"#333\">\n";
+  for (int pct = 0; pct <= 100; pct += 20)
+    s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\">%d</text>\n", SVG_LEFT - 8, svg_y_of(pct) + 4, pct);
+  for (size_t i = 0; i < axis.ticks.size(); i++) {
+    if (axis.labelled[i]) // %g: 0.25, 1, 1.5, 120, without trailing zeros
+      s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">%g</text>\n", axis.x_of(axis.ticks[i]),
+               SVG_TOP + SVG_PLOT_H + 20, axis.ticks[i]);
+  }
+  s += "</g>\n";
+  s += svg_fmt("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" stroke=\"#333\"/>\n", SVG_LEFT,
+           SVG_TOP, SVG_PLOT_W, SVG_PLOT_H);
+  s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">cache size (GiB)</text>\n", SVG_LEFT + SVG_PLOT_W / 2,
+           SVG_HEIGHT - 16);
+  if (axis.log)
+    s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\" fill=\"%s\" font-size=\"11\">logarithmic scale</text>\n",
+             SVG_LEFT + SVG_PLOT_W, SVG_HEIGHT - 16, GREY);
+  s += svg_fmt("<text x=\"20\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 20 %.1f)\">hit ratio (%%)</text>\n",
+           SVG_TOP + SVG_PLOT_H / 2, SVG_TOP + SVG_PLOT_H / 2);
+  return s;
+}
 
-  double x_of(double gb) const {
-    if (!log)
-      return LEFT + gb / hi * PLOT_W;
-    const double g = std::max(gb, lo);
-    return LEFT + (std::log10(g) - std::log10(lo)) / (std::log10(hi) - std::log10(lo)) * PLOT_W;
-  }
-};
+// The total storage, a dotted line labelled above the plot.
+std::string storage_line(double x, double gib) {
+  const bool right_half = x > SVG_LEFT + SVG_PLOT_W / 2;
+  return svg_fmt("<line class=\"storage\" x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" "
+             "stroke-width=\"1.5\" stroke-dasharray=\"2 3\"/>\n",
+             x, SVG_TOP, x, SVG_TOP + SVG_PLOT_H, GREY) +
+         svg_fmt("<text x=\"%.1f\" y=\"%.1f\" fill=\"%s\" font-size=\"12\" text-anchor=\"%s\">total storage: ", x,
+             SVG_TOP - 7, GREY, right_half ? "end" : "start") +
+         svg_gib(gib) + "</text>\n";
+}
 
-x_axis choose_axis(double min_gb, double max_gb) {
-  x_axis a;
-  if (min_gb > 0 && max_gb / min_gb > 100) {
-    a.log = true;
-    a.lo = std::pow(10.0, std::floor(std::log10(min_gb)));
-    a.hi = std::pow(10.0, std::ceil(std::log10(max_gb)));
-    // Over many decades the labels of 2 and 5 would run into each other.
-    const bool crowded = a.hi / a.lo > 1000.5;
-    for (double decade = a.lo; decade < a.hi * 1.01; decade *= 10) {
-      for (double m : {1.0, 2.0, 5.0}) {
-        if (decade * m <= a.hi * 1.0001) {
-          a.ticks.push_back(decade * m);
-          a.labelled.push_back(m == 1.0 || !crowded);
-        }
-      }
-    }
-    return a;
+// The recommended size: a dashed line, and its figures in a box beside it
+// where it hides the least of the curves.
+std::string recommendation(const curve_point &p, double x, const curve_svg_options &o,
+                           const std::vector<std::pair<double, double>> &marks) {
+  std::vector<std::string> lines = {"recommended: " + svg_gib(p.gb),
+                                    svg_fmt("%.2f %% of reads hit", (double)p.hit_ratio),
+                                    svg_fmt("%.2f %% of region accesses hit", p.region_hit_ratio)};
+  if (p.has_forecast) {
+    lines.push_back(o.latencies ? svg_fmt("with cache %g ms / disk %g ms:", (double)o.cache_lat, (double)o.disk_lat)
+                                : "forecast:");
+    lines.push_back(forecast_text(p.forecast));
   }
-  const double step = curve_tick_step(max_gb, 8);
-  a.hi = std::ceil(max_gb / step - 1e-9) * step;
-  for (int i = 0; i * step <= a.hi + step / 2; i++) {
-    a.ticks.push_back(i * step);
-    a.labelled.push_back(true);
+  constexpr double SIZE = 12, LINE = 15, PAD = 6;
+  double w = 0;
+  for (const std::string &line : lines)
+    w = std::max(w, svg_text_width(line, SIZE));
+  const svg_box box = svg_place_label(x, w + 2 * PAD, LINE * lines.size() + PAD, marks);
+  std::string s = svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"1.5\" "
+                      "stroke-dasharray=\"6 4\"/>\n",
+                      x, SVG_TOP, x, SVG_TOP + SVG_PLOT_H, MARK_RED);
+  s += svg_fmt("<rect class=\"label\" x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"white\" "
+           "fill-opacity=\"0.9\" stroke=\"%s\"/>\n<g font-size=\"%.0f\">\n",
+           box.x, box.y, box.w, box.h, MARK_RED, SIZE);
+  for (size_t i = 0; i < lines.size(); i++)
+    s += svg_fmt("<text x=\"%.1f\" y=\"%.1f\"", box.x + PAD, box.y + LINE * (i + 1)) +
+         (i == 0 ? svg_fmt(" font-weight=\"bold\" fill=\"%s\">", MARK_RED) : ">") + svg_escape(lines[i]) + "</text>\n";
+  return s + "</g>\n";
+}
+
+// A diamond around (x, y), its element left open for a tooltip: hollow for
+// the search's sizes, larger and red for the recommended one.
+std::string diamond(double x, double y, bool recommended, const char *attributes) {
+  const double r = recommended ? 6.5 : 4.5;
+  return svg_fmt("<path%s d=\"M%.1f,%.1f l%.1f,%.1f l%.1f,%.1f l%.1f,%.1f z\" fill=\"%s\" stroke=\"%s\" stroke-width=\"1.5\"",
+             attributes, x, y - r, r, r, -r, r, -r, -r, recommended ? MARK_RED : "white",
+             recommended ? MARK_RED : READ_BLUE);
+}
+
+// A point's marker: the search's sizes as diamonds, the others as dots.
+std::string marker(const curve_point &p, double x, double y, const char *title) {
+  std::string s = p.searched ? diamond(x, y, p.recommended, " class=\"searched\"") + ">"
+                             : svg_fmt("<circle class=\"spread\" cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\">", x, y, READ_BLUE);
+  s += svg_fmt("<title>%s (%llu regions): %.2f %% of reads hit, %.2f %% of region accesses%s</title>",
+           svg_gib(p.gb).c_str(), (unsigned long long)p.regions, (double)p.hit_ratio, p.region_hit_ratio, title);
+  return s + (p.searched ? "</path>\n" : "</circle>\n");
+}
+
+// The legend, in its column right of the plot: only what the picture shows.
+std::string legend(const curve &c) {
+  bool searched = false, other = false;
+  for (const curve_point &p : c.points) {
+    if (!p.recommended) // the recommended size has an entry of its own
+      (p.searched ? searched : other) = true;
   }
-  return a;
+  const double x = SVG_LEFT + SVG_PLOT_W + 16, mid = x + 12;
+  double y = SVG_TOP + 10;
+  std::string s = "<g font-size=\"12\">\n";
+  auto entry = [&](const std::string &mark, const char *text) {
+    s += mark + svg_fmt("<text x=\"%.1f\" y=\"%.1f\">%s</text>\n", x + 32, y + 4, text);
+    y += 22;
+  };
+  entry(svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"2\"/>", x, y, x + 24,
+            y, READ_BLUE),
+        "reads hit");
+  entry(svg_fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"2\" "
+            "stroke-dasharray=\"5 3\"/>",
+            x, y, x + 24, y, REGION_GREEN),
+        "region accesses hit");
+  if (searched)
+    entry(diamond(mid, y, false, "") + "/>", "sizes the search tried");
+  if (other)
+    entry(svg_fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"%s\"/>", mid, y, READ_BLUE), "other sizes replayed");
+  if (c.has_recommendation)
+    entry(diamond(mid, y, true, "") + "/>", "recommended size");
+  return s + "</g>\n";
+}
+
+std::string polyline(const std::vector<std::pair<double, double>> &xy, const char *colour, const char *dashes) {
+  std::string s = svg_fmt("<polyline fill=\"none\" stroke=\"%s\" stroke-width=\"2\"%s points=\"", colour, dashes);
+  for (const auto &[x, y] : xy)
+    s += svg_fmt("%.1f,%.1f ", x, y);
+  return s + "\"/>\n";
 }
 
 } // namespace
 
-double curve_tick_step(double top, int most) {
-  const double rough = top / most;
-  const double power = std::pow(10.0, std::floor(std::log10(rough)));
-  for (double m : {1.0, 2.0, 5.0}) {
-    if (m * power >= rough)
-      return m * power;
-  }
-  return 10.0 * power;
-}
-
-std::string curve_svg(const curve &c) {
-  double min_gb = 0, max_gb = 0;
+std::string curve_svg(const curve &c, const curve_svg_options &o) {
+  double min_gib = 0, max_gib = 0;
   for (const curve_point &p : c.points) {
-    if (p.gb > 0 && (min_gb == 0 || p.gb < min_gb))
-      min_gb = p.gb;
-    max_gb = std::max(max_gb, (double)p.gb);
+    if (p.gb > 0 && (min_gib == 0 || p.gb < min_gib))
+      min_gib = p.gb;
+    max_gib = std::max(max_gib, (double)p.gb);
   }
-  if (!(max_gb > 0))
-    max_gb = 1;
-  const x_axis axis = choose_axis(min_gb, max_gb);
-  auto y_of = [](double ratio) { return TOP + PLOT_H - ratio / 100.0 * PLOT_H; };
+  const double storage_gib = c.storage > 0 ? vol_regions_to_gb(c.storage) : 0;
+  max_gib = std::max(max_gib, storage_gib);
+  if (!(max_gib > 0))
+    max_gib = 1;
+  const svg_x_axis axis = svg_choose_axis(min_gib, max_gib);
 
-  std::string s;
-  s += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  s += fmt("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
-           "viewBox=\"0 0 %.0f %.0f\" font-family=\"sans-serif\" font-size=\"13\">\n",
-           WIDTH, HEIGHT, WIDTH, HEIGHT);
+  // Both lines, and points along them that the label box should not hide.
+  std::vector<std::pair<double, double>> reads, regions, marks;
+  for (const curve_point &p : c.points) {
+    reads.emplace_back(axis.x_of(p.gb), svg_y_of(p.hit_ratio));
+    regions.emplace_back(axis.x_of(p.gb), svg_y_of(p.region_hit_ratio));
+  }
+  for (const auto *line : {&reads, &regions}) {
+    for (size_t i = 0; i < line->size(); i++) {
+      const auto [x0, y0] = (*line)[i];
+      const auto [x1, y1] = (*line)[i + 1 < line->size() ? i + 1 : i];
+      for (int k = 0; k < 8; k++) // eighths of the segment to the next point
+        marks.emplace_back(x0 + (x1 - x0) * k / 8, y0 + (y1 - y0) * k / 8);
+    }
+  }
+
+  std::string s = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  s += svg_fmt("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" viewBox=\"0 0 %.0f %.0f\" "
+           "font-family=\"sans-serif\" font-size=\"13\">\n",
+           SVG_WIDTH, SVG_HEIGHT, SVG_WIDTH, SVG_HEIGHT);
   s += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-  s += fmt("<text x=\"%.1f\" y=\"28\" text-anchor=\"middle\" font-size=\"16\" font-weight=\"bold\">", WIDTH / 2) +
-       "Read hit ratio by cache size: " + escape(c.trace_dir) + "</text>\n";
-  std::string sub = fmt("%.2f hours, ", c.duration_hours) + std::to_string(c.reads) + " reads";
-  if (!c.has_recommendation)
-    sub += "; no size can be recommended, every region admitted";
-  s += fmt("<text x=\"%.1f\" y=\"48\" text-anchor=\"middle\" fill=\"#555\">", WIDTH / 2) + escape(sub) + "</text>\n";
-
-  // Grid, tick labels, frame and axis titles.
-  s += "<g stroke=\"#ddd\" stroke-width=\"1\">\n";
-  for (int pct = 0; pct <= 100; pct += 20)
-    s += fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", LEFT, y_of(pct), LEFT + PLOT_W, y_of(pct));
-  for (double gb : axis.ticks)
-    s += fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>\n", axis.x_of(gb), TOP, axis.x_of(gb), TOP + PLOT_H);
-  s += "</g>\n<g fill=\"#333\">\n";
-  for (int pct = 0; pct <= 100; pct += 20)
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\">", LEFT - 8, y_of(pct) + 4) + std::to_string(pct) + "</text>\n";
-  for (size_t i = 0; i < axis.ticks.size(); i++) {
-    if (axis.labelled[i])
-      s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">", axis.x_of(axis.ticks[i]), TOP + PLOT_H + 20) +
-           tick_label(axis.ticks[i]) + "</text>\n";
-  }
-  s += "</g>\n";
-  s += fmt("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" stroke=\"#333\"/>\n", LEFT, TOP,
-           PLOT_W, PLOT_H);
-  s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">Cache size (GB)</text>\n", LEFT + PLOT_W / 2, HEIGHT - 22);
-  if (axis.log)
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"end\" fill=\"#777\" font-size=\"11\">logarithmic scale</text>\n",
-             LEFT + PLOT_W, HEIGHT - 22);
-  s += fmt("<text x=\"24\" y=\"%.1f\" text-anchor=\"middle\" transform=\"rotate(-90 24 %.1f)\">Hit ratio (%%)</text>\n",
-           TOP + PLOT_H / 2, TOP + PLOT_H / 2);
-
-  // The recommended size, behind the curve.
-  for (const curve_point &p : c.points) {
-    if (!p.recommended)
-      continue;
-    const double x = axis.x_of(p.gb);
-    s += fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#c0392b\" stroke-width=\"1.5\" "
-             "stroke-dasharray=\"6 4\"/>\n",
-             x, TOP, x, TOP + PLOT_H);
-    const bool right_half = x > LEFT + PLOT_W * 0.6;
-    s += fmt("<text x=\"%.1f\" y=\"%.1f\" fill=\"#c0392b\" text-anchor=", right_half ? x - 6 : x + 6, TOP + 18) +
-         (right_half ? "\"end\">" : "\"start\">") + fmt("recommended: %.2f GB, %.2f %% hits", p.gb, p.hit_ratio) +
-         "</text>\n";
-  }
-
-  // The share of region accesses served, dashed beneath the per-read line
-  // that the recommendation is about, with a legend telling them apart.
-  s += "<polyline fill=\"none\" stroke=\"#2ca02c\" stroke-width=\"2\" stroke-dasharray=\"5 3\" points=\"";
-  for (const curve_point &p : c.points)
-    s += fmt("%.1f,%.1f ", axis.x_of(p.gb), y_of(p.region_hit_ratio));
-  s += "\"/>\n";
-  s += fmt("<g font-size=\"12\"><line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#1f77b4\" stroke-width=\"2\"/>",
-           LEFT + 10, TOP + PLOT_H - 34, LEFT + 34, TOP + PLOT_H - 34) +
-       fmt("<text x=\"%.1f\" y=\"%.1f\">reads with any region cached</text>", LEFT + 40, TOP + PLOT_H - 30) +
-       fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#2ca02c\" stroke-width=\"2\" "
-           "stroke-dasharray=\"5 3\"/>",
-           LEFT + 10, TOP + PLOT_H - 16, LEFT + 34, TOP + PLOT_H - 16) +
-       fmt("<text x=\"%.1f\" y=\"%.1f\">region accesses served from the cache</text></g>\n", LEFT + 40,
-           TOP + PLOT_H - 12);
-
-  // The curve and its points; each point names its figures on hover.
-  s += "<polyline fill=\"none\" stroke=\"#1f77b4\" stroke-width=\"2\" points=\"";
-  for (const curve_point &p : c.points)
-    s += fmt("%.1f,%.1f ", axis.x_of(p.gb), y_of(p.hit_ratio));
-  s += "\"/>\n<g fill=\"#1f77b4\">\n";
-  for (const curve_point &p : c.points) {
-    s += fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"%.1f\"", axis.x_of(p.gb), y_of(p.hit_ratio), p.recommended ? 5.0 : 3.0);
+  s += header(c, o) + axes(axis);
+  if (storage_gib > 0 && (!axis.log || storage_gib >= axis.lo))
+    s += storage_line(axis.x_of(storage_gib), storage_gib);
+  s += polyline(regions, REGION_GREEN, " stroke-dasharray=\"5 3\"") + polyline(reads, READ_BLUE, "");
+  // Markers above the lines, the search's above the others (a dense spread
+  // would hide them); the recommended size's line, label box and marker
+  // last, so that nothing hides them.
+  std::string searched, recommended;
+  for (size_t i = 0; i < c.points.size(); i++) {
+    const curve_point &p = c.points[i];
+    const auto [x, y] = reads[i];
     if (p.recommended)
-      s += " fill=\"#c0392b\"";
-    s += fmt("><title>%.2f GB: %.2f %% of reads hit, %.2f %% of region accesses</title></circle>\n", p.gb,
-             p.hit_ratio, p.region_hit_ratio);
+      recommended = recommendation(p, x, o, marks) + marker(p, x, y, "; recommended");
+    else if (p.searched)
+      searched += marker(p, x, y, "; a size the search tried");
+    else
+      s += marker(p, x, y, "");
   }
-  s += "</g>\n</svg>\n";
+  s += searched + recommended + legend(c) + "</svg>\n";
   return s;
 }

@@ -1,16 +1,21 @@
 #pragma once
-// The curve as an SVG picture: hit ratio (0 to 100 %) against cache size in
-// GB, with round ticks on both axes, the recommended size marked and
-// labelled, and a title naming the trace, its duration and its reads.  The
-// document is self-contained (no scripts, no external styles) and opens in
-// any browser.
+// The curve as an SVG picture for a report: both hit ratios (0 to 100 %)
+// against cache size in GiB (2^30 bytes, the report's GB), the sizes the
+// profiler's search tried marked apart from the others, the recommended size
+// with its figures and forecast in a label box, the total storage when
+// known, and a title with the trace's duration, reads, the latencies and the
+// sampling rate.  The document is self-contained (no scripts, no external
+// styles) and opens in any browser; each point names its figures on hover.
 
 #include <string>
 
 #include "hit_curve/curve.h"
 
-std::string curve_svg(const curve &c);
+struct curve_svg_options {
+  std::string title;        // empty: "Read-cache hit ratio: " and the trace directory's name
+  bool latencies = false;   // the forecast's latencies were given
+  float cache_lat = 0.0f;   // ms, with latencies
+  float disk_lat = 0.0f;    // ms, with latencies
+};
 
-// A round tick step (1, 2 or 5 times a power of ten) that cuts [0, top]
-// into at most `most` pieces; top > 0.
-double curve_tick_step(double top, int most);
+std::string curve_svg(const curve &c, const curve_svg_options &options);

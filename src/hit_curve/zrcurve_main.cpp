@@ -21,7 +21,8 @@ namespace {
 
 const char *const USAGE =
     "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]] [--recommend]\n"
-    "               [--sample R] [--csv FILE] [--json FILE] [--svg FILE] [-s MS] [-d MS]\n"
+    "               [--sample R] [--csv FILE] [--json FILE] [--svg FILE [--title TEXT]]\n"
+    "               [-s MS] [-d MS]\n"
     "Replays the profiler trace in DIR (DIR/out, DIR/device_map) for a series of\n"
     "cache sizes and prints the hit ratio of each, per read (a read hits when any\n"
     "of its regions is cached) and per region access, marking the size that\n"
@@ -42,6 +43,7 @@ const char *const USAGE =
     "      --csv FILE      write the curve as CSV ('-': standard output)\n"
     "      --json FILE     write the curve as JSON ('-': standard output)\n"
     "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
+    "      --title TEXT    the plot's title (default: the trace directory's name)\n"
     "  -s, --cache-latency MS  caching-device latency, for the latency forecast\n"
     "  -d, --disk-latency MS   data-device latency, for the latency forecast\n"
     "  -h, --help          show this help\n"
@@ -56,6 +58,7 @@ struct options {
   double from_gb = 0, to_gb = 0;
   bool from_given = false, to_given = false, sizes_given = false, points_given = false;
   std::string csv, json, svg;
+  std::string title; // the SVG's; empty: its default
 };
 
 [[noreturn]] void usage_error(const std::string &why) {
@@ -85,7 +88,8 @@ double sample_rate(const char *text, bool *automatic) {
 }
 
 options parse(int argc, char **argv) {
-  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND, OPT_SAMPLE };
+  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND, OPT_TITLE,
+         OPT_SAMPLE };
   static const option longs[] = {
       {"input", required_argument, nullptr, 'i'},      {"sizes", required_argument, nullptr, OPT_SIZES},
       {"from", required_argument, nullptr, OPT_FROM},  {"to", required_argument, nullptr, OPT_TO},
@@ -95,6 +99,7 @@ options parse(int argc, char **argv) {
       {"recommend", no_argument, nullptr, OPT_RECOMMEND},
       {"sample", required_argument, nullptr, OPT_SAMPLE},
       {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
+      {"title", required_argument, nullptr, OPT_TITLE},
       {nullptr, 0, nullptr, 0}};
   options o;
   int opt;
@@ -116,6 +121,7 @@ options parse(int argc, char **argv) {
     case OPT_CSV: o.csv = optarg; break;
     case OPT_JSON: o.json = optarg; break;
     case OPT_SVG: o.svg = optarg; break;
+    case OPT_TITLE: o.title = optarg; break;
     case OPT_RECOMMEND: o.request.recommend = true; break;
     case OPT_SAMPLE: o.request.sample_rate = sample_rate(optarg, &o.request.sample_auto); break;
     case 'h':
@@ -224,7 +230,7 @@ int main(int argc, char **argv) {
   if (!o.json.empty())
     ok = write_output(o.json, curve_json(c)) && ok;
   if (!o.svg.empty())
-    ok = write_output(o.svg, curve_svg(c)) && ok;
+    ok = write_output(o.svg, curve_svg(c, {o.title, o.request.forecast, o.request.cache_lat, o.request.disk_lat})) && ok;
   if (o.csv != "-" && o.json != "-" && o.svg != "-")
     curve_write_text(stdout, c);
   ok = tool_stdout_delivered("zrcurve") && ok;

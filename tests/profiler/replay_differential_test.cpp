@@ -134,7 +134,8 @@ protected:
     debug = 0;
   }
 
-  // Standard output and standard error of a whole profiler run.
+  // Standard output, standard error and status of a whole profiler run,
+  // and the region accesses its replays found cached, of all they made.
   std::vector<std::string> whole_run(std::vector<std::string> options, bool literal, int32_t level) {
     reset();
     debug = level; // 4 lists every interval's ranking of regions
@@ -145,6 +146,8 @@ protected:
       argv.push_back(o.data());
     argv.push_back(nullptr);
     optind = 0; // a fresh scan
+    region_hit = 0;
+    region_access = 0;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const int status = profiler_main(static_cast<int>(options.size()), argv.data());
@@ -152,7 +155,7 @@ protected:
     fflush(stderr);
     std::string err = testing::internal::GetCapturedStderr();
     std::string out = testing::internal::GetCapturedStdout();
-    return {out, err, std::to_string(status)};
+    return {out, err, std::to_string(status), std::to_string(region_hit) + " of " + std::to_string(region_access)};
   }
 
   scoped_temp_dir dir_;

@@ -114,11 +114,12 @@ const compact_trace *vol_kept_compact_trace(void) {
   return kept_runner() != nullptr ? settled.get() : nullptr;
 }
 
-uint64_t vol_replayed_size(uint64_t casize) {
+uint64_t vol_replayed_size(uint64_t casize, bool admit_all) {
   const compact_trace *kept = vol_kept_compact_trace();
   if (kept == nullptr)
     return casize;
-  return std::min<uint64_t>(casize, std::max<uint64_t>(kept->ids(), 1));
+  const uint32_t cacheable = admit_all ? kept->ids() : kept->admissible_ids;
+  return std::min<uint64_t>(casize, std::max<uint32_t>(cacheable, 1));
 }
 
 void vol_drop_compact_trace(void) {

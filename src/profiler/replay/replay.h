@@ -51,10 +51,12 @@ void vol_keep_compact_trace(std::unique_ptr<compact_recorder::pending> recorded)
 // The kept form, settled now if it was not yet; null when none is kept.
 const compact_trace *vol_kept_compact_trace(void);
 // The size that replays exactly as a cache of `casize` regions does and
-// needs no more nodes: a cache that holds every distinct region of the
-// trace never evicts, so every larger one replays as that one does.
-// casize itself when no form is kept (the replays stream).
-uint64_t vol_replayed_size(uint64_t casize);
+// needs no more nodes: a cache that can hold every region it may ever admit
+// (every distinct region when `admit_all`, else those read to their
+// interval's threshold at least once) never evicts, so every larger one
+// replays as that one does.  casize itself when no form is kept (the
+// replays stream).
+uint64_t vol_replayed_size(uint64_t casize, bool admit_all);
 // Forgets the kept form (stopping any replay running ahead).
 void vol_drop_compact_trace(void);
 // The replays the report may ask for next, in order, to run ahead on the
