@@ -13,6 +13,7 @@ packages=(
   locales libc-bin libc-dev-bin    # locale sources, localedef, gencat for the catalogue tests
   python3                          # tools/ (trace generator and converter)
   zlib1g-dev libzstd-dev           # compressed traces (zrtrace)
+  libxxhash-dev                    # the hash of zrcurve --sample
   nlohmann-json3-dev               # --json output of the companion tools
   mandoc                           # man page lint test
   libxml2-utils                    # xmllint, which checks zrcurve's SVG in the tests

@@ -3,6 +3,7 @@
 
 #include "daemon/workload_select.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -93,6 +94,15 @@ band_scan scan_band(const wrkload_ent *regions, uint64_t n, uint64_t lo, uint64_
   return s;
 }
 
+// A sample's count of regions as the whole's, and a position in the
+// whole's ranking as the sample's; both the count itself at rate 1.
+uint64_t whole_count(uint64_t n, double rate) {
+  return rate < 1.0 ? static_cast<uint64_t>(std::llround(static_cast<double>(n) / rate)) : n;
+}
+uint64_t in_sample(uint64_t position, double rate) {
+  return rate < 1.0 ? static_cast<uint64_t>(std::llround(static_cast<double>(position) * rate)) : position;
+}
+
 void print_workload(const wrkload_rec *rec) {
   volpfmt(stderr, VOL_PFMT_DEBUG, ":0:****WORKLOAD****\n");
   // The tie extension counts one entry beyond the ties, which may lie one
@@ -109,9 +119,9 @@ void print_workload(const wrkload_rec *rec) {
 
 } // namespace
 
-wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet) {
+wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet, double rate) {
   std::memcpy(&ctx->wrkload.info_word, ctx, sizeof(ctx->wrkload.info_word));
-  if (n < VOL_MIN_WORKLOAD_REGIONS) {
+  if (whole_count(n, rate) < VOL_MIN_WORKLOAD_REGIONS) {
     if (debug >= 1) {
       volpfmt(stderr, VOL_PFMT_DEBUG, ":0:No or very few I/O's (%u) captured to calculate workload\n",
               static_cast<unsigned>(n));
@@ -137,13 +147,13 @@ void vol_calc_workload(iostat_ctx *ctx) {
   vol_select_ranked_workload(ctx, regions, n);
 }
 
-void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n) {
+void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n, double rate) {
   wrkload_rec *rec = &ctx->wrkload;
   // The band: from more than 5 % to at most 40 % of the regions down the
   // ranking; a fall is measured over 5 % of the regions.
-  const uint64_t p = n / 100;
-  const uint64_t lo = 5 * p;
-  const uint64_t hi = 40 * p;
+  const uint64_t p = whole_count(n, rate) / 100;
+  const uint64_t lo = in_sample(5 * p, rate);
+  const uint64_t hi = in_sample(40 * p, rate);
   if (debug >= 1) {
     volpfmt(stderr, VOL_PFMT_DEBUG, "*********** Num regns : %u\n", static_cast<unsigned>(n));
   }

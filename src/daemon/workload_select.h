@@ -53,11 +53,17 @@ void vol_calc_workload(iostat_ctx *ctx);
 // descending count would have, and hands it to vol_select_ranked_workload,
 // which keeps it in the record.  `quiet`: the allocator's message is not
 // printed either (the caller reports, or retries where it may print).
-wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet = false);
+//
+// `rate` < 1: the regions are a sample of that share of the store's (a
+// sampled profiler reading).  Too few and the band are then judged on the
+// regions the whole store would hold, n / rate, and the band's positions
+// scaled back to the sample, so that a sample cuts its ranking where the
+// whole would; at 1 the selection is exactly the store's.
+wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet = false, double rate = 1.0);
 // Too few regions give no meaningful ranking: fewer than this make no
 // workload.
 constexpr uint64_t VOL_MIN_WORKLOAD_REGIONS = 100;
-void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n);
+void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n, double rate = 1.0);
 
 // Frees `regions` and zeroes every field but info_word and threshold, which
 // carry over into the next cycle or interval.

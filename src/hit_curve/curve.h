@@ -37,5 +37,7 @@ struct curve {
   bool searched = false;       // the profiler's search ran (else: only the sizes asked for)
   bool has_recommendation = false;
   double sample_rate = 1.0;    // share of the regions replayed (1: every region, the exact curve)
+  uint64_t sampled_regions = 0; // distinct regions the sampled replays ran on (0: not sampled)
+  bool sample_auto = false;     // the rate was chosen from the trace's size
   std::vector<curve_point> points; // ascending by size, each size once
 };

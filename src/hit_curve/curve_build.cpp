@@ -14,6 +14,7 @@
 #include "daemon/iostat_ctx.h"
 #include "hit_curve/curve_replay.h"
 #include "hit_curve/curve_sizes.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/cache_stats.h"
 #include "profiler/report/sample_report.h"
@@ -105,7 +106,28 @@ std::vector<uint64_t> curve_default_sizes(uint64_t predicted, uint64_t storage,
   return sizes;
 }
 
+namespace {
+
+// What a sampled curve states, or false when the trace was read without
+// its compact form: the streaming replay that would then run cannot sample.
+bool take_sample(curve *out, std::string *why) {
+  const compact_trace *kept = vol_literal_replay() ? nullptr : vol_kept_compact_trace();
+  if (kept == nullptr) {
+    *why = "out of memory: the sampled trace could not be kept for its replays; try a lower --sample rate";
+    return false;
+  }
+  out->sample_rate = vol_region_sample_rate();
+  out->sampled_regions = kept->ids();
+  // The sample's predicted size, at full scale; the search's multiples are
+  // taken of that, as the profiler would.
+  out->predicted = curve_full_scale(casize, out->sample_rate);
+  return true;
+}
+
+} // namespace
+
 bool curve_build(const curve_request &request, curve *out, std::string *why) {
+  vol_set_region_sample(request.sample_rate);
   if (!read_trace(request.trace_dir, why))
     return false;
   const std::string out_path = request.trace_dir + "/out";
@@ -114,6 +136,9 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
   out->reads = num_of_reads;
   out->predicted = casize;
   out->storage = vol_get_storage_size();
+  out->sample_auto = request.sample_auto;
+  if (request.sample_rate < 1.0 && !take_sample(out, why))
+    return false;
 
   // Sizes given without asking for the recommendation replay only those
   // sizes, admitted by the thresholds whenever the trace predicts a size:
@@ -159,6 +184,10 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
 
   for (uint64_t size : sizes) {
     const curve_replay_result &f = done.at(size);
+    if (!f.whole) {
+      *why = "out of memory: a replay could not run on the sample; try a lower --sample rate";
+      return false;
+    }
     curve_point p;
     p.regions = size;
     p.gb = f.gb;
@@ -167,8 +196,7 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
     p.hit_ratio = f.hit_ratio;
     p.region_hits = f.region_hits;
     p.region_accesses = f.region_accesses;
-    if (f.region_accesses > 0)
-      p.region_hit_ratio = 100.0 * (double)f.region_hits / (double)f.region_accesses;
+    p.region_hit_ratio = f.region_hit_ratio;
     p.searched = !out->admit_all && std::find(searched.begin(), searched.end(), size) != searched.end();
     p.recommended = s.recommended && size == s.recommended_regions;
     if (request.forecast)

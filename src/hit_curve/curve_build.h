@@ -17,6 +17,9 @@ struct curve_request {
   bool forecast = false;           // compute the latency forecast per point
   float cache_lat = 0.0f;          // ms, with forecast
   float disk_lat = 0.0f;           // ms, with forecast
+  double sample_rate = 1.0;        // 0 < rate <= 1: the share of regions
+                                   // replayed (1: the exact curve)
+  bool sample_auto = false;        // sample_rate was chosen from the trace's size
 };
 
 // The default sizes: every size the search replayed, plus `points` sizes
@@ -29,6 +32,6 @@ std::vector<uint64_t> curve_default_sizes(uint64_t predicted, uint64_t storage,
                                           bool recommended, unsigned points);
 
 // Runs once per process: the profiler's run state is filled by it.  Returns
-// false with a message in *why when the trace cannot be opened or there is
-// no size to replay.
+// false with a message in *why when the trace cannot be opened, there is no
+// size to replay, or a sampled curve's sample could not have its memory.
 bool curve_build(const curve_request &request, curve *out, std::string *why);

@@ -17,6 +17,8 @@ struct curve_replay_result {
   float hit_ratio = 0.0f; // the report's hit percentage
   uint64_t region_hits = 0;     // region accesses served from the cache
   uint64_t region_accesses = 0; // region accesses (a read of n regions makes n)
+  double region_hit_ratio = 0.0; // percent of region accesses (0 without any)
+  bool whole = true; // false: a sampled replay did not run on the sample
 };
 
 // Replays the trace at `out_path` once per size, in order, admitting every
@@ -24,6 +26,15 @@ struct curve_replay_result {
 // predicted), else by the interval thresholds.  After each result `go_on`
 // (when given) says whether the rest are wanted; replays run ahead for
 // sizes not wanted are thrown away.  Results in the order of `sizes`.
+//
+// When the reading was sampled at a rate R < 1 (region_sample.h), each size
+// replays as a cache of curve_sampled_size(size, R) regions and the figures
+// are given at full scale: region accesses are the whole trace's, read hits
+// and misses add up to the trace's reads, and the sample's hit ratios are
+// corrected for the accesses and reads it holds beyond or short of its
+// share (see scale_up).  A read of k regions is kept with a chance near
+// 1 - (1 - R)^k, and only by the regions kept: on reads of several regions
+// partly cached, the sample's ratio per read lies below the whole's.
 std::vector<curve_replay_result> curve_replay(
     const char *out_path, const std::vector<uint64_t> &sizes, bool admit_all,
     const std::function<bool(const curve_replay_result &)> &go_on = {});

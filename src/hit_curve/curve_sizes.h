@@ -31,3 +31,17 @@ std::vector<uint64_t> curve_spread_log(uint64_t from, uint64_t to, unsigned poin
 
 // Sorts and removes duplicates.
 void curve_normalise_sizes(std::vector<uint64_t> *regions);
+
+// A sampled curve (zrcurve --sample R) replays a cache of `regions` regions
+// as one of regions x R regions, rounded half away from zero (0 possible).
+uint64_t curve_sampled_size(uint64_t regions, double rate);
+// A count of the sample at full scale: count / R, rounded likewise.
+uint64_t curve_full_scale(uint64_t count, double rate);
+
+// The trace size up to which --sample auto keeps every region: 2 GiB, some
+// 100 million reads, which an exact curve replays in a minute or so.
+constexpr uint64_t CURVE_EXACT_TRACE_BYTES = uint64_t{2} << 30;
+// The rate --sample auto picks for a trace file of `bytes` bytes: 1 up to
+// CURVE_EXACT_TRACE_BYTES, else the largest of 0.1, 0.01 and 0.001 that
+// keeps the sampled bytes within it (0.001 when none does).
+double curve_auto_sample_rate(uint64_t bytes);

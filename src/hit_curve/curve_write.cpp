@@ -65,6 +65,11 @@ void curve_write_text(FILE *out, const curve &c) {
                                          : "no size can be recommended: every region admitted";
   fprintf(out, "# %s: %.2f hours, %llu reads, %s\n", c.trace_dir.c_str(), (double)c.duration_hours,
           (unsigned long long)c.reads, what);
+  if (c.sample_rate < 1.0)
+    fprintf(out, "# sampled%s: %g of the regions (%llu kept), sizes and counts scaled to the whole trace\n",
+            c.sample_auto ? " (--sample auto)" : "", c.sample_rate, (unsigned long long)c.sampled_regions);
+  else if (c.sample_auto)
+    fputs("# not sampled (--sample auto): every region replayed, the trace is small enough\n", out);
   const bool forecast = has_forecasts(c);
   fprintf(out, "%14s %12s %12s %12s %8s %8s%s\n", "regions", "GB", "hits", "misses", "hit %", "region %",
           forecast ? "   gain ms   latency %  forecast" : "");
@@ -84,13 +89,14 @@ void curve_write_text(FILE *out, const curve &c) {
 
 void curve_write_csv(FILE *out, const curve &c) {
   const bool forecast = has_forecasts(c);
-  fputs("regions,gb,hits,misses,hit_ratio,region_hits,region_accesses,region_hit_ratio,searched,recommended", out);
+  fputs("regions,gb,hits,misses,hit_ratio,region_hits,region_accesses,region_hit_ratio,searched,recommended,"
+        "sample_rate", out);
   fputs(forecast ? ",avg_gain_ms,latency_percent,forecast,factor\n" : "\n", out);
   for (const curve_point &p : c.points) {
-    fprintf(out, "%llu,%.6f,%llu,%llu,%.4f,%llu,%llu,%.4f,%d,%d", (unsigned long long)p.regions, (double)p.gb,
+    fprintf(out, "%llu,%.6f,%llu,%llu,%.4f,%llu,%llu,%.4f,%d,%d,%g", (unsigned long long)p.regions, (double)p.gb,
             (unsigned long long)p.hits, (unsigned long long)p.misses, (double)p.hit_ratio,
             (unsigned long long)p.region_hits, (unsigned long long)p.region_accesses, p.region_hit_ratio,
-            p.searched ? 1 : 0, p.recommended ? 1 : 0);
+            p.searched ? 1 : 0, p.recommended ? 1 : 0, c.sample_rate);
     if (forecast && p.has_forecast)
       fprintf(out, ",%.6f,%.4f,%s,%.4f", (double)p.forecast.avg_gain_ms, (double)p.forecast.percent,
               curve_verdict_name(p.forecast.verdict), (double)p.forecast.factor);
@@ -109,6 +115,8 @@ std::string curve_json(const curve &c) {
   j["storage_regions"] = c.storage;
   j["admission"] = c.admit_all ? "all" : "threshold";
   j["searched"] = c.searched;
+  j["sample_rate"] = c.sample_rate;
+  j["sampled_regions"] = c.sampled_regions;
   j["recommended"] = nullptr;
   j["points"] = nlohmann::json::array();
   for (const curve_point &p : c.points) {

@@ -21,7 +21,8 @@ namespace {
 
 const char *const USAGE =
     "Usage: zrcurve -i DIR [--sizes LIST | --from GB --to GB [--points N]] [--recommend]\n"
-    "               [--csv FILE] [--json FILE] [--svg FILE [--title TEXT]] [-s MS] [-d MS]\n"
+    "               [--sample R] [--csv FILE] [--json FILE] [--svg FILE [--title TEXT]]\n"
+    "               [-s MS] [-d MS]\n"
     "Replays the profiler trace in DIR (DIR/out, DIR/device_map) for a series of\n"
     "cache sizes and prints the hit ratio of each, per read (a read hits when any\n"
     "of its regions is cached) and per region access, marking the size that\n"
@@ -35,6 +36,10 @@ const char *const USAGE =
     "      --points N      sizes in the spread (default 33)\n"
     "      --recommend     with --sizes or --from/--to, also run the profiler's\n"
     "                      search and mark the size it recommends\n"
+    "      --sample R      replay only the share R (0 < R <= 1) of the regions, chosen\n"
+    "                      by a hash, with caches R times as large; figures are\n"
+    "                      scaled to the whole trace (see SAMPLING in zrcurve(1));\n"
+    "                      'auto': exact up to a 2 GiB trace, else 0.1, 0.01 or 0.001\n"
     "      --csv FILE      write the curve as CSV ('-': standard output)\n"
     "      --json FILE     write the curve as JSON ('-': standard output)\n"
     "      --svg FILE      draw the curve as an SVG plot ('-': standard output)\n"
@@ -70,8 +75,21 @@ template <typename T> T number(const char *option, const char *text) {
   return value;
 }
 
+// A rate is a number in (0, 1], or "auto": chosen from the trace's size
+// once the trace is known.
+double sample_rate(const char *text, bool *automatic) {
+  *automatic = strcmp(text, "auto") == 0;
+  if (*automatic)
+    return 1.0;
+  const double rate = number<double>("--sample", text);
+  if (!(rate > 0.0 && rate <= 1.0))
+    usage_error(std::string("--sample must be a rate above 0 and at most 1: '") + text + "'");
+  return rate;
+}
+
 options parse(int argc, char **argv) {
-  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND, OPT_TITLE };
+  enum { OPT_SIZES = 256, OPT_FROM, OPT_TO, OPT_POINTS, OPT_CSV, OPT_JSON, OPT_SVG, OPT_RECOMMEND, OPT_TITLE,
+         OPT_SAMPLE };
   static const option longs[] = {
       {"input", required_argument, nullptr, 'i'},      {"sizes", required_argument, nullptr, OPT_SIZES},
       {"from", required_argument, nullptr, OPT_FROM},  {"to", required_argument, nullptr, OPT_TO},
@@ -79,6 +97,7 @@ options parse(int argc, char **argv) {
       {"json", required_argument, nullptr, OPT_JSON},  {"svg", required_argument, nullptr, OPT_SVG},
       {"cache-latency", required_argument, nullptr, 's'}, {"disk-latency", required_argument, nullptr, 'd'},
       {"recommend", no_argument, nullptr, OPT_RECOMMEND},
+      {"sample", required_argument, nullptr, OPT_SAMPLE},
       {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
       {"title", required_argument, nullptr, OPT_TITLE},
       {nullptr, 0, nullptr, 0}};
@@ -104,6 +123,7 @@ options parse(int argc, char **argv) {
     case OPT_SVG: o.svg = optarg; break;
     case OPT_TITLE: o.title = optarg; break;
     case OPT_RECOMMEND: o.request.recommend = true; break;
+    case OPT_SAMPLE: o.request.sample_rate = sample_rate(optarg, &o.request.sample_auto); break;
     case 'h':
       fputs(USAGE, stdout);
       exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
@@ -165,7 +185,15 @@ bool write_output(const std::string &path, const std::string &text) {
 } // namespace
 
 int main(int argc, char **argv) {
-  const options o = parse(argc, argv);
+  options o = parse(argc, argv);
+  if (o.request.sample_auto) {
+    struct stat st {};
+    const std::string out = o.request.trace_dir + "/out";
+    if (stat(out.c_str(), &st) == 0)
+      o.request.sample_rate = curve_auto_sample_rate(static_cast<uint64_t>(st.st_size));
+    if (tool_progress_wanted())
+      fprintf(stderr, "zrcurve: --sample auto: rate %g\n", o.request.sample_rate);
+  }
   if (tool_progress_wanted())
     fprintf(stderr, "zrcurve: reading %s/out and replaying...\n", o.request.trace_dir.c_str());
   curve c;

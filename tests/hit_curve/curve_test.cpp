@@ -67,6 +67,20 @@ TEST(CurveSizes, ListsAndSpreads) {
     EXPECT_TRUE(std::is_sorted(s.begin(), s.end()));
     EXPECT_EQ(std::vector<uint64_t>({1, 2, 3}), spread(1, 3, 10)); // duplicates go
   }
+  // A sampled curve's sizes, rounded half away from zero, and its counts
+  // back at full scale, rounded likewise.
+  struct { uint64_t count; double rate; uint64_t sampled, full; } scaled[] = {
+      {4, 0.1, 0, 40}, {5, 0.1, 1, 50}, {15, 0.1, 2, 150}, {1, 0.4, 0, 3}, {4150, 0.01, 42, 415000}};
+  for (const auto &c : scaled) {
+    EXPECT_EQ(c.sampled, curve_sampled_size(c.count, c.rate)) << c.count << " x " << c.rate;
+    EXPECT_EQ(c.full, curve_full_scale(c.count, c.rate)) << c.count << " / " << c.rate;
+  }
+  // --sample auto: exact up to 2 GiB, then the largest rate that brings the
+  // sample within it.
+  const uint64_t bound = CURVE_EXACT_TRACE_BYTES;
+  for (const auto &[bytes, rate] :
+       {std::pair{bound, 1.0}, {bound + 1, 0.1}, {bound * 10 + 1, 0.01}, {UINT64_MAX, 0.001}})
+    EXPECT_EQ(rate, curve_auto_sample_rate(bytes)) << bytes;
 }
 
 // The point the curve recommends is the report's optimal size, with its
@@ -131,10 +145,10 @@ TEST(CurveRun, OnlyTheSizesAskedFor) {
   std::string marked = run_program(ZRCURVE_BIN, args).out;
   const size_t row = marked.find("\n4140,");
   ASSERT_NE(std::string::npos, row);
-  EXPECT_EQ(",1,1\n", marked.substr(marked.find('\n', row + 1) - 4, 5));
+  EXPECT_EQ(",1,1,1\n", marked.substr(marked.find('\n', row + 1) - 6, 7));
   EXPECT_EQ(alone, marked.erase(row, marked.find('\n', row + 1) - row));
   EXPECT_EQ(0u, alone.find("regions,gb,hits,misses,hit_ratio,region_hits,region_accesses,region_hit_ratio,searched,"
-                          "recommended\n"));
+                          "recommended,sample_rate\n"));
   EXPECT_EQ(4, std::count(alone.begin(), alone.end(), '\n'));
   EXPECT_NE(std::string::npos, read_file(tmp.file("c.svg")).find(">T&amp;1<"));
 }
@@ -147,8 +161,8 @@ TEST(CurveRun, HitsPerReadAndPerRegionAccess) {
   for (int i = 0; i < 10; i++) // 256 KiB from 32 KiB into region 4i: 4i to 4i+4
     sequential += "8 0 " + std::to_string(64 + 512 * i) + " 512\n";
   const std::pair<std::string, std::string> cases[] = {
-      {sequential, "1000,0.061035,9,1,90.0000,9,50,18.0000,0,0\n"},
-      {"8 0 0 512\n8 0 0 512\n", "1000,0.061035,1,1,50.0000,4,8,50.0000,0,0\n"}};
+      {sequential, "1000,0.061035,9,1,90.0000,9,50,18.0000,0,0,1\n"},
+      {"8 0 0 512\n8 0 0 512\n", "1000,0.061035,1,1,50.0000,4,8,50.0000,0,0,1\n"}};
   for (const auto &[out, row] : cases) {
     scoped_temp_dir dir;
     dir.write("out", out);
@@ -156,6 +170,24 @@ TEST(CurveRun, HitsPerReadAndPerRegionAccess) {
     const std::string csv = run_program(ZRCURVE_BIN, {"-i", dir.path(), "--sizes", "1000r", "--csv", "-"}).out;
     EXPECT_EQ(row, csv.substr(csv.find('\n') + 1)) << out;
   }
+}
+
+// At rate 1 nothing is hashed: the curve is the exact one, byte for byte.
+// Below it the output says so, and the sizes stay those asked for.
+TEST(CurveRun, SampleOfOneIsTheExactCurve) {
+  for (const char *trace : {"oltp", "scan"}) {
+    const std::vector<std::string> exact = {"-i", EXAMPLES + trace, "--csv", "-"};
+    std::vector<std::string> sampled = exact;
+    sampled.insert(sampled.end(), {"--sample", "1"});
+    EXPECT_EQ(run_program(ZRCURVE_BIN, exact).out, run_program(ZRCURVE_BIN, sampled).out) << trace;
+  }
+  const std::string automatic = run_program(ZRCURVE_BIN, {"-i", EXAMPLES + "oltp", "--sample", "auto"}).out;
+  EXPECT_NE(std::string::npos, automatic.find("\n# not sampled (--sample auto)")) << automatic;
+  const nlohmann::json tenth =
+      curve_json({"-i", EXAMPLES + "oltp", "--sample", "0.1", "--sizes", "0.25,1", "--json", "-"});
+  EXPECT_EQ(0.1, tenth["sample_rate"]);
+  EXPECT_EQ(4096, tenth["points"][0]["regions"]);
+  EXPECT_EQ(72000, tenth["points"][1]["hits"].get<int>() + tenth["points"][1]["misses"].get<int>());
 }
 
 // Which sizes are bad is CurveSizes' matter; here only that one ends in 2.
@@ -172,6 +204,7 @@ TEST(CurveRun, BadInputAndUsage) {
       {{"-i", EXAMPLES + "oltp", "--from", "2", "--to", "1"}, 2, "--from not above --to"},
       {{"-i", EXAMPLES + "oltp", "--json", "-", "--csv", "-"}, 2, "only one output"},
       {{"-i", EXAMPLES + "oltp", "--bogus"}, 2, "Try 'zrcurve --help'"},
+      {{"-i", EXAMPLES + "oltp", "--sample", "1.01"}, 2, "--sample must be a rate above 0"},
       {{"-i", EXAMPLES + "oltp", "--sizes", "1", "--svg", "/nonexistent/x.svg"}, 1, "cannot write"},
       {{"-i", EXAMPLES + "oltp", "--sizes", "1", "--json", "/dev/full"}, 1, "cannot write /dev/full: No space"},
   };

@@ -12,6 +12,7 @@
 #include "profiler/read/device_table.h"
 #include "profiler/read/piece_reader.h"
 #include "profiler/read/region_key_table.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/read/trace_line.h"
 #include "profiler/read/trace_scan.h"
 #include "stats/stathash.h"
@@ -19,7 +20,15 @@
 compact_recorder::pending::~pending() = default;
 
 compact_recorder::compact_recorder(uint64_t chunk_words)
-    : trace_(new compact_trace(chunk_words)), keys_(new region_key_table) {}
+    : trace_(new compact_trace(chunk_words)), keys_(new region_key_table),
+      sample_bound_(vol_region_sample_bound()) {
+  // Most reads span a few regions: their chances are looked up.
+  constexpr uint64_t LISTED_LENGTHS = 64;
+  if (sample_bound_ != 0) {
+    for (uint64_t k = 0; k < LISTED_LENGTHS; k++)
+      keep_chance_.push_back(vol_read_keep_chance(k, vol_region_sample_rate()));
+  }
+}
 compact_recorder::~compact_recorder() = default;
 
 void compact_recorder::push(uint32_t w) {
@@ -50,12 +59,16 @@ void compact_recorder::expect_trace_bytes(uint64_t bytes) {
   // the memory for nothing.
   constexpr uint64_t BYTES_PER_KEY = 64;
   constexpr uint64_t MOST_KEYS = uint64_t{1} << 20;
+  if (sample_bound_ != 0) // a sampled pass keeps that share of the keys
+    bytes = static_cast<uint64_t>(static_cast<double>(bytes) * vol_region_sample_rate());
   if (keys_->keys() == 0)
     (void)keys_->reserve(std::min(bytes / BYTES_PER_KEY, MOST_KEYS));
 }
 
 void compact_recorder::prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const {
   constexpr uint64_t PREFETCHED_REGIONS = 4;
+  if (sample_bound_ != 0)
+    return; // most regions of a sampled pass are never looked up
   for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)
     keys_->prefetch(volid16, r);
 }
@@ -94,16 +107,33 @@ void compact_recorder::mark(uint32_t id) {
   marked_[id] = true;
 }
 
-void compact_recorder::count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record) {
+void compact_recorder::count_region(uint32_t volid16, uint64_t region, bool record) {
+  uint32_t count;
+  const uint32_t word = count_access(volid16, region, &count);
+  if (!record)
+    return;
+  if (counts_kept_)
+    kept_counts_.push_back(count);
+  add_region(word);
+}
+
+void compact_recorder::count_read(uint32_t volid16, uint64_t seed, uint64_t first, uint64_t last, bool record) {
   // last <= 2^57 - 1, so r never wraps.
+  if (sample_bound_ == 0) {
+    for (uint64_t r = first; r <= last; r++)
+      count_region(volid16, r, record);
+    return;
+  }
+  // A read none of whose regions is kept leaves no word; its read start
+  // waits for the next read's first kept region, whose own begin_read sets
+  // it again.
+  const uint64_t regions = last - first + 1;
+  whole_.accesses += regions;
+  whole_.expected_reads += regions < keep_chance_.size() ? keep_chance_[regions]
+                                                         : vol_read_keep_chance(regions, vol_region_sample_rate());
   for (uint64_t r = first; r <= last; r++) {
-    uint32_t count;
-    const uint32_t word = count_access(volid16, r, &count);
-    if (!record)
-      continue;
-    if (counts_kept_)
-      kept_counts_.push_back(count);
-    add_region(word);
+    if (vol_region_kept(seed, r, sample_bound_))
+      count_region(volid16, r, record);
   }
 }
 
@@ -230,6 +260,8 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
   for (uint64_t j = 0; j < ends.size(); j++)
     trace_->interval_end.push_back(offset + ends[j]);
   count_wraps_ |= part->count_wraps_;
+  whole_.accesses += part->whole_.accesses;
+  whole_.expected_reads += part->whole_.expected_reads;
   marks_known_ &= part->marks_known_;
   return ok_;
 }
@@ -237,8 +269,11 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
 void compact_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
   const std::vector<uint64_t> &counted = keys_->counted;
   const uint64_t n = counted.size();
-  wrkload_ent *regions = vol_begin_workload(ctx, n, quiet);
-  if (quiet && regions == nullptr && n >= VOL_MIN_WORKLOAD_REGIONS)
+  // A sampled pass ranks a sample of the interval's regions: its cut is
+  // placed where the whole's would be.
+  const double rate = sample_bound_ != 0 ? vol_region_sample_rate() : 1.0;
+  wrkload_ent *regions = vol_begin_workload(ctx, n, quiet, rate);
+  if (quiet && regions == nullptr && (double)n >= (VOL_MIN_WORKLOAD_REGIONS - 0.5) * rate)
     ok_ = false;
   if (regions != nullptr)
     met_.resize(n);
@@ -257,7 +292,7 @@ void compact_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
     // Only the workload's listing, at debug level 4, shows the order of
     // regions read equally often.
     ranking_.rank(met_.data(), n, regions, debug >= 4);
-    vol_select_ranked_workload(ctx, regions, n);
+    vol_select_ranked_workload(ctx, regions, n, rate);
   }
   keys_->counted.clear();
 }
@@ -293,8 +328,10 @@ void compact_recorder::record_line(trace_line *line) {
     return;
   }
   begin_read();
+  const uint64_t seed = vol_region_sample_seed(line->major, line->minor);
   for (uint64_t r = first;; r++) {
-    add_region(id_of(key, r));
+    if (sample_bound_ == 0 || vol_region_kept(seed, r, sample_bound_))
+      add_region(id_of(key, r));
     if (r == last)
       break;
   }

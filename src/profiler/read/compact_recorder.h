@@ -9,6 +9,7 @@
 
 #include "profiler/read/compact_form.h"
 #include "profiler/read/interval_ranking.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/read/trace_line.h"
 #include "stats/stathash.h"
 
@@ -39,7 +40,10 @@ public:
   void record_line(trace_line *line);
   // A read of a known device whose regions the caller adds one by one.
   void begin_read() { start_ = TRACE_READ_START; }
+  // A read that wraps touches no region, so sampling keeps none of it.
   void wrapped_read() {
+    if (sample_bound_ != 0)
+      return;
     if (counts_kept_)
       kept_counts_.push_back(0);
     push(TRACE_WRAPPED_READ);
@@ -53,8 +57,10 @@ public:
   // threshold (see marks_as_counted); *count: the count reached.
   uint32_t count_access(uint32_t volid16, uint64_t region, uint32_t *count);
   // Counts the regions [first, last] of one read, as count_access does, and
-  // adds their words when `record` (the replay sees the same read).
-  void count_read(uint32_t volid16, uint64_t first, uint64_t last, bool record);
+  // adds their words when `record` (the replay sees the same read).  When
+  // the reading is sampled (region_sample.h), only the regions it keeps:
+  // `seed` is the device's (vol_region_sample_seed), unused otherwise.
+  void count_read(uint32_t volid16, uint64_t seed, uint64_t first, uint64_t last, bool record);
   // The trace input's own view agrees with the replay's, so far: the words
   // that count_access returns carry the marks that settling would give
   // them, for the threshold set here at each interval's start (interval k
@@ -110,6 +116,8 @@ public:
   // False when the key table could not grow: count_access then lost
   // accesses, and the counts are incomplete as well as the form.
   bool counting_ok() const { return counting_ok_; }
+  // What a sampled pass counted of the whole trace (count_read's reads).
+  const region_sample_totals &sample_totals() const { return whole_; }
 
   // Ends the last interval (end of file) unless a part absorbed last ended
   // it, and hands the form over, keeping the devices to settle.  Null when
@@ -122,6 +130,7 @@ private:
   void drop_ranking_scratch();
   void push(uint32_t w);
   void mark(uint32_t id);
+  void count_region(uint32_t volid16, uint64_t region, bool record);
   // absorb()'s first half: the part's ids here, by its ids.  After an
   // error, counting_ok() is false.
   std::vector<uint32_t> absorb_keys(compact_recorder *part, const std::vector<uint32_t> &volid16, bool last);
@@ -145,6 +154,9 @@ private:
   std::vector<wide_region_key> extra_keys_; // keys of ids past the table's, in id order
   bool ok_ = true;
   bool counting_ok_ = true;
+  uint64_t sample_bound_; // regions hashing below it are kept; 0: every region
+  region_sample_totals whole_; // of a sampled pass: what it saw of the whole
+  std::vector<double> keep_chance_; // of a sampled pass: per read length, in regions
 };
 
 // A recorded trace whose new devices and thresholds are not settled yet.

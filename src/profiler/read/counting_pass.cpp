@@ -15,6 +15,7 @@
 #include "profiler/read/interval_workloads.h"
 #include "profiler/read/line_views.h"
 #include "profiler/read/piece_reader.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/read/trace_parts.h"
 #include "profiler/run_state.h"
 
@@ -45,7 +46,7 @@ void count_request(trace_line *line, compact_recorder *rec, bool same, int64_t k
       rec->wrapped_read();
   }
   if (forward)
-    rec->count_read(id & 0xFFFF, first, last, same);
+    rec->count_read(id & 0xFFFF, vol_region_sample_seed(line->major, line->minor), first, last, same);
 }
 
 
@@ -228,6 +229,7 @@ bool vol_count_and_record(FILE *trace, const struct stat &file, unsigned threads
     vol_keep_interval(ctx, st.elapsed);
   }
   *form = replay.finish(!last_taken);
+  vol_set_region_sample_totals(replay.sample_totals());
   vol_finish_input(st.elapsed);
   return true;
 } catch (const std::bad_alloc &) {

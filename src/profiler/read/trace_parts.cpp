@@ -12,6 +12,7 @@
 #include "profiler/read/interval_workloads.h"
 #include "profiler/read/line_views.h"
 #include "profiler/read/piece_reader.h"
+#include "profiler/read/region_sample.h"
 #include "profiler/read/trace_line.h"
 
 namespace {
@@ -142,7 +143,7 @@ private:
     part_->reads++;
     if (forward) {
       replay_.begin_read();
-      replay_.count_read(device, first, last, true);
+      replay_.count_read(device, vol_region_sample_seed(line->major, line->minor), first, last, true);
     } else {
       replay_.wrapped_read();
     }
