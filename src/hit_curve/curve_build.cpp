@@ -127,7 +127,7 @@ bool take_sample(curve *out, std::string *why) {
 } // namespace
 
 bool curve_build(const curve_request &request, curve *out, std::string *why) {
-  vol_set_region_sample(request.sample_rate);
+  vol_set_region_sample(request.sample ? request.sample_rate : 0.0);
   if (!read_trace(request.trace_dir, why))
     return false;
   const std::string out_path = request.trace_dir + "/out";
@@ -137,7 +137,7 @@ bool curve_build(const curve_request &request, curve *out, std::string *why) {
   out->predicted = casize;
   out->storage = vol_get_storage_size();
   out->sample_auto = request.sample_auto;
-  if (request.sample_rate < 1.0 && !take_sample(out, why))
+  if (request.sample && !take_sample(out, why))
     return false;
 
   // Sizes given without asking for the recommendation replay only those

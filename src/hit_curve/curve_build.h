@@ -17,8 +17,9 @@ struct curve_request {
   bool forecast = false;           // compute the latency forecast per point
   float cache_lat = 0.0f;          // ms, with forecast
   float disk_lat = 0.0f;           // ms, with forecast
-  double sample_rate = 1.0;        // 0 < rate <= 1: the share of regions
-                                   // replayed (1: the exact curve)
+  bool sample = false;             // replay a sample of the regions (--sample)
+  double sample_rate = 1.0;        // with sample, 0 < rate <= 1: the share of
+                                   // regions replayed (1: all, the exact curve)
   bool sample_auto = false;        // sample_rate was chosen from the trace's size
 };
 

@@ -31,6 +31,9 @@ void take_figures(curve_replay_result *f) {
 // accesses then differ from the sampled form's words, none of which is a
 // wrapped read.
 //
+// Reads and region accesses are the whole trace's, counted while it was
+// read; at rate 1 every figure is then the exact replay's.
+//
 // A sample holds more or fewer accesses than its share of the whole's,
 // nearly all of the difference from the few very hot regions it happened
 // to keep or to miss, and those hit at any size that admits them: the
@@ -50,9 +53,11 @@ void scale_up(curve_replay_result *f, double rate) {
   const double accesses = static_cast<double>(whole.accesses);
   const double region_hits = std::clamp(
       static_cast<double>(region_hit) / rate + accesses - static_cast<double>(region_access) / rate, 0.0, accesses);
-  f->hits = static_cast<uint64_t>(std::llround(read_ratio * static_cast<double>(num_of_reads)));
-  f->misses = num_of_reads - f->hits;
-  f->hit_ratio = static_cast<float>(100.0 * read_ratio);
+  // Reads that wrap are misses of their own, kept by no sample.
+  const uint64_t forward = whole.reads - whole.wrapped;
+  f->hits = static_cast<uint64_t>(std::llround(read_ratio * static_cast<double>(forward)));
+  f->misses = whole.reads - f->hits;
+  f->hit_ratio = vol_hit_percent(f->hits, f->misses);
   f->region_hits = static_cast<uint64_t>(std::llround(region_hits));
   f->region_accesses = whole.accesses;
   f->region_hit_ratio = whole.accesses > 0 ? 100.0 * region_hits / accesses : 0.0;
@@ -66,11 +71,12 @@ std::vector<curve_replay_result> curve_replay(
   const int32_t saved_flag = w_flag;
   w_flag = admit_all ? 1 : 0;
 
+  const bool sampled = vol_region_sampling();
   const double rate = vol_region_sample_rate();
   std::vector<uint64_t> replayed;
   std::vector<replay_request> plan;
   for (uint64_t size : sizes) {
-    replayed.push_back(vol_replayed_size(rate < 1.0 ? curve_sampled_size(size, rate) : size, admit_all));
+    replayed.push_back(vol_replayed_size(sampled ? curve_sampled_size(size, rate) : size, admit_all));
     const replay_request r{replayed.back(), admit_all};
     if (std::find(plan.begin(), plan.end(), r) == plan.end())
       plan.push_back(r);
@@ -87,7 +93,7 @@ std::vector<curve_replay_result> curve_replay(
       region_hit = 0;
       region_access = 0;
       vol_calc_statistics(out_path, &f.gb, nullptr);
-      if (rate < 1.0)
+      if (sampled)
         scale_up(&f, rate);
       else
         take_figures(&f);

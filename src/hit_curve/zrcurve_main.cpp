@@ -123,7 +123,10 @@ options parse(int argc, char **argv) {
     case OPT_SVG: o.svg = optarg; break;
     case OPT_TITLE: o.title = optarg; break;
     case OPT_RECOMMEND: o.request.recommend = true; break;
-    case OPT_SAMPLE: o.request.sample_rate = sample_rate(optarg, &o.request.sample_auto); break;
+    case OPT_SAMPLE:
+      o.request.sample_rate = sample_rate(optarg, &o.request.sample_auto);
+      o.request.sample = true;
+      break;
     case 'h':
       fputs(USAGE, stdout);
       exit(tool_stdout_delivered("zrcurve") ? TOOL_EXIT_OK : TOOL_EXIT_BAD_INPUT);
@@ -191,6 +194,7 @@ int main(int argc, char **argv) {
     const std::string out = o.request.trace_dir + "/out";
     if (stat(out.c_str(), &st) == 0)
       o.request.sample_rate = curve_auto_sample_rate(static_cast<uint64_t>(st.st_size));
+    o.request.sample = o.request.sample_rate < 1.0; // a small trace is replayed whole
     if (tool_progress_wanted())
       fprintf(stderr, "zrcurve: --sample auto: rate %g\n", o.request.sample_rate);
   }

@@ -74,7 +74,7 @@ TEST(RegionSample, SameRegionsInAnyOrder) {
                 lines.end());
     EXPECT_EQ(expected, kept_accesses(lines)) << shuffle;
   }
-  vol_set_region_sample(1.0);
+  vol_set_region_sample(0.0);
   reset_trace_state();
 }
 

@@ -21,10 +21,10 @@ compact_recorder::pending::~pending() = default;
 
 compact_recorder::compact_recorder(uint64_t chunk_words)
     : trace_(new compact_trace(chunk_words)), keys_(new region_key_table),
-      sample_bound_(vol_region_sample_bound()) {
+      sampling_(vol_region_sampling()), sample_bound_(vol_region_sample_bound()) {
   // Most reads span a few regions: their chances are looked up.
   constexpr uint64_t LISTED_LENGTHS = 64;
-  if (sample_bound_ != 0) {
+  if (sampling_) {
     for (uint64_t k = 0; k < LISTED_LENGTHS; k++)
       keep_chance_.push_back(vol_read_keep_chance(k, vol_region_sample_rate()));
   }
@@ -59,7 +59,7 @@ void compact_recorder::expect_trace_bytes(uint64_t bytes) {
   // the memory for nothing.
   constexpr uint64_t BYTES_PER_KEY = 64;
   constexpr uint64_t MOST_KEYS = uint64_t{1} << 20;
-  if (sample_bound_ != 0) // a sampled pass keeps that share of the keys
+  if (sampling_) // a sampled pass keeps that share of the keys
     bytes = static_cast<uint64_t>(static_cast<double>(bytes) * vol_region_sample_rate());
   if (keys_->keys() == 0)
     (void)keys_->reserve(std::min(bytes / BYTES_PER_KEY, MOST_KEYS));
@@ -67,7 +67,7 @@ void compact_recorder::expect_trace_bytes(uint64_t bytes) {
 
 void compact_recorder::prefetch_read(uint32_t volid16, uint64_t first, uint64_t last) const {
   constexpr uint64_t PREFETCHED_REGIONS = 4;
-  if (sample_bound_ != 0)
+  if (sampling_)
     return; // most regions of a sampled pass are never looked up
   for (uint64_t r = first; r <= last && r - first < PREFETCHED_REGIONS; r++)
     keys_->prefetch(volid16, r);
@@ -119,7 +119,7 @@ void compact_recorder::count_region(uint32_t volid16, uint64_t region, bool reco
 
 void compact_recorder::count_read(uint32_t volid16, uint64_t seed, uint64_t first, uint64_t last, bool record) {
   // last <= 2^57 - 1, so r never wraps.
-  if (sample_bound_ == 0) {
+  if (!sampling_) {
     for (uint64_t r = first; r <= last; r++)
       count_region(volid16, r, record);
     return;
@@ -127,14 +127,19 @@ void compact_recorder::count_read(uint32_t volid16, uint64_t seed, uint64_t firs
   // A read none of whose regions is kept leaves no word; its read start
   // waits for the next read's first kept region, whose own begin_read sets
   // it again.
-  const uint64_t regions = last - first + 1;
-  whole_.accesses += regions;
-  whole_.expected_reads += regions < keep_chance_.size() ? keep_chance_[regions]
-                                                         : vol_read_keep_chance(regions, vol_region_sample_rate());
+  if (record)
+    note_read(last - first + 1);
   for (uint64_t r = first; r <= last; r++) {
     if (vol_region_kept(seed, r, sample_bound_))
       count_region(volid16, r, record);
   }
+}
+
+void compact_recorder::note_read(uint64_t regions) {
+  whole_.reads++;
+  whole_.accesses += regions;
+  whole_.expected_reads += regions < keep_chance_.size() ? keep_chance_[regions]
+                                                         : vol_read_keep_chance(regions, vol_region_sample_rate());
 }
 
 void compact_recorder::thresholds_unknown() {
@@ -260,6 +265,8 @@ bool compact_recorder::absorb(compact_recorder *part, const std::vector<uint32_t
   for (uint64_t j = 0; j < ends.size(); j++)
     trace_->interval_end.push_back(offset + ends[j]);
   count_wraps_ |= part->count_wraps_;
+  whole_.reads += part->whole_.reads;
+  whole_.wrapped += part->whole_.wrapped;
   whole_.accesses += part->whole_.accesses;
   whole_.expected_reads += part->whole_.expected_reads;
   marks_known_ &= part->marks_known_;
@@ -271,7 +278,7 @@ void compact_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
   const uint64_t n = counted.size();
   // A sampled pass ranks a sample of the interval's regions: its cut is
   // placed where the whole's would be.
-  const double rate = sample_bound_ != 0 ? vol_region_sample_rate() : 1.0;
+  const double rate = vol_region_sample_rate();
   wrkload_ent *regions = vol_begin_workload(ctx, n, quiet, rate);
   if (quiet && regions == nullptr && (double)n >= (VOL_MIN_WORKLOAD_REGIONS - 0.5) * rate)
     ok_ = false;
@@ -328,9 +335,11 @@ void compact_recorder::record_line(trace_line *line) {
     return;
   }
   begin_read();
+  if (sampling_)
+    note_read(last - first + 1);
   const uint64_t seed = vol_region_sample_seed(line->major, line->minor);
   for (uint64_t r = first;; r++) {
-    if (sample_bound_ == 0 || vol_region_kept(seed, r, sample_bound_))
+    if (!sampling_ || vol_region_kept(seed, r, sample_bound_))
       add_region(id_of(key, r));
     if (r == last)
       break;

@@ -40,10 +40,14 @@ public:
   void record_line(trace_line *line);
   // A read of a known device whose regions the caller adds one by one.
   void begin_read() { start_ = TRACE_READ_START; }
-  // A read that wraps touches no region, so sampling keeps none of it.
+  // A read that wraps touches no region, so sampling keeps none of it: it
+  // is only counted, a miss at every size.
   void wrapped_read() {
-    if (sample_bound_ != 0)
+    if (sampling_) {
+      whole_.reads++;
+      whole_.wrapped++;
       return;
+    }
     if (counts_kept_)
       kept_counts_.push_back(0);
     push(TRACE_WRAPPED_READ);
@@ -154,7 +158,10 @@ private:
   std::vector<wide_region_key> extra_keys_; // keys of ids past the table's, in id order
   bool ok_ = true;
   bool counting_ok_ = true;
-  uint64_t sample_bound_; // regions hashing below it are kept; 0: every region
+  bool sampling_;          // only the regions the hash keeps are counted and recorded
+  uint64_t sample_bound_;  // the largest hash kept
+  // Of a sampled pass: one more read of the replay's, of `regions` regions.
+  void note_read(uint64_t regions);
   region_sample_totals whole_; // of a sampled pass: what it saw of the whole
   std::vector<double> keep_chance_; // of a sampled pass: per read length, in regions
 };

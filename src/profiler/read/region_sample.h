@@ -11,13 +11,16 @@
 
 #include <cstdint>
 
-// Samples every later reading pass at `rate`, 0 < rate <= 1 (1: every region
-// kept, nothing hashed, the pass exactly as without sampling).  Not for
+// Samples every later reading pass at `rate`, 0 < rate <= 1, or with rate 0
+// reads every region unhashed, the exact pass (the default).  At rate 1 the
+// sampled pass keeps every region and its curve is the exact one, which is
+// what holds the sampled path to the exact path in the tests.  Not for
 // zriostatd, whose report counts every region.
 void vol_set_region_sample(double rate);
-double vol_region_sample_rate(void);
+bool vol_region_sampling(void);
+double vol_region_sample_rate(void); // 1 when not sampling
 
-// The bound a region's hash is kept below; 0 when not sampling.
+// The largest hash of a region kept (rate x 2^64 - 1).
 uint64_t vol_region_sample_bound(void);
 
 // The hash seed of a device's regions.
@@ -34,8 +37,10 @@ bool vol_region_kept(uint64_t seed, uint64_t region, uint64_t bound);
 // very hot regions can hold far more or fewer accesses than rate times the
 // whole's; these say how many.
 struct region_sample_totals {
-  uint64_t accesses = 0;
-  double expected_reads = 0.0;
+  uint64_t reads = 0;          // the reads the replay met, kept or not
+  uint64_t wrapped = 0;        // of them, those ending past the last block: misses, kept by none
+  uint64_t accesses = 0;       // their region accesses
+  double expected_reads = 0.0; // the reads of some region each could expect to keep
 };
 // The chance that a read of `regions` regions keeps one at `rate`.
 double vol_read_keep_chance(uint64_t regions, double rate);

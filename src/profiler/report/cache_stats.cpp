@@ -114,13 +114,15 @@ void vol_calc_statistics(const char *path, float *size, iostat_ctx *ctx) {
   cold_ent.ncold = 0;
   vol_apply_lru(path, ctx);
   *size = vol_regions_to_gb(casize);
-  if (read_hit == 0) {
-    rhs = 0;
-  } else {
-    const uint64_t reads = read_hit + read_miss;
-    rhs = (float)(((double)(float)read_hit * 100.0) / (double)(float)reads);
-  }
+  rhs = vol_hit_percent(read_hit, read_miss);
   rms = 100.0f - rhs;
+}
+
+float vol_hit_percent(uint64_t hits, uint64_t misses) {
+  if (hits == 0)
+    return 0;
+  const uint64_t reads = hits + misses;
+  return (float)(((double)(float)hits * 100.0) / (double)(float)reads);
 }
 
 float vol_regions_to_gb(uint64_t regions) {

@@ -51,6 +51,9 @@ constexpr float PREDICTABLE_HIT_RATIO = 25.0f;
 // Regions of 64 KiB to GB as the report prints them: float first, then
 // double, narrowed at the end.
 float vol_regions_to_gb(uint64_t regions);
+// The read-hit percentage as the report computes it: each count narrowed to
+// float, then divided in double (0 without a hit).
+float vol_hit_percent(uint64_t hits, uint64_t misses);
 
 // The replays the search at `predicted` may run, in order (at the current
 // w_flag), for announcing them ahead with vol_plan_replays.
