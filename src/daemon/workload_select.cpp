@@ -3,12 +3,12 @@
 
 #include "daemon/workload_select.h"
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "common/pfmt.h"
+#include "common/sample_scale.h"
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
 #include "daemon/settings.h"
@@ -94,15 +94,6 @@ band_scan scan_band(const wrkload_ent *regions, uint64_t n, uint64_t lo, uint64_
   return s;
 }
 
-// A sample's count of regions as the whole's, and a position in the
-// whole's ranking as the sample's; both the count itself at rate 1.
-uint64_t whole_count(uint64_t n, double rate) {
-  return rate < 1.0 ? static_cast<uint64_t>(std::llround(static_cast<double>(n) / rate)) : n;
-}
-uint64_t in_sample(uint64_t position, double rate) {
-  return rate < 1.0 ? static_cast<uint64_t>(std::llround(static_cast<double>(position) * rate)) : position;
-}
-
 void print_workload(const wrkload_rec *rec) {
   volpfmt(stderr, VOL_PFMT_DEBUG, ":0:****WORKLOAD****\n");
   // The tie extension counts one entry beyond the ties, which may lie one
@@ -119,9 +110,13 @@ void print_workload(const wrkload_rec *rec) {
 
 } // namespace
 
+bool vol_workload_too_few(uint64_t n, double rate) {
+  return scale_to_whole(n, rate) < VOL_MIN_WORKLOAD_REGIONS;
+}
+
 wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet, double rate) {
   std::memcpy(&ctx->wrkload.info_word, ctx, sizeof(ctx->wrkload.info_word));
-  if (whole_count(n, rate) < VOL_MIN_WORKLOAD_REGIONS) {
+  if (vol_workload_too_few(n, rate)) {
     if (debug >= 1) {
       volpfmt(stderr, VOL_PFMT_DEBUG, ":0:No or very few I/O's (%u) captured to calculate workload\n",
               static_cast<unsigned>(n));
@@ -151,9 +146,9 @@ void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t 
   wrkload_rec *rec = &ctx->wrkload;
   // The band: from more than 5 % to at most 40 % of the regions down the
   // ranking; a fall is measured over 5 % of the regions.
-  const uint64_t p = whole_count(n, rate) / 100;
-  const uint64_t lo = in_sample(5 * p, rate);
-  const uint64_t hi = in_sample(40 * p, rate);
+  const uint64_t p = scale_to_whole(n, rate) / 100;
+  const uint64_t lo = scale_to_sample(5 * p, rate);
+  const uint64_t hi = scale_to_sample(40 * p, rate);
   if (debug >= 1) {
     volpfmt(stderr, VOL_PFMT_DEBUG, "*********** Num regns : %u\n", static_cast<unsigned>(n));
   }

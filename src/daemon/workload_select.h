@@ -63,6 +63,8 @@ wrkload_ent *vol_begin_workload(iostat_ctx *ctx, uint64_t n, bool quiet = false,
 // Too few regions give no meaningful ranking: fewer than this make no
 // workload.
 constexpr uint64_t VOL_MIN_WORKLOAD_REGIONS = 100;
+// Whether n regions, a sample of share `rate` of the store's, are too few.
+bool vol_workload_too_few(uint64_t n, double rate = 1.0);
 void vol_select_ranked_workload(iostat_ctx *ctx, wrkload_ent *regions, uint64_t n, double rate = 1.0);
 
 // Frees `regions` and zeroes every field but info_word and threshold, which

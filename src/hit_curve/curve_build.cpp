@@ -10,6 +10,7 @@
 #include <cstring>
 #include <map>
 
+#include "common/sample_scale.h"
 #include "common/xmalloc.h"
 #include "daemon/iostat_ctx.h"
 #include "hit_curve/curve_replay.h"
@@ -120,7 +121,7 @@ bool take_sample(curve *out, std::string *why) {
   out->sampled_regions = kept->ids();
   // The sample's predicted size, at full scale; the search's multiples are
   // taken of that, as the profiler would.
-  out->predicted = curve_full_scale(casize, out->sample_rate);
+  out->predicted = scale_to_whole(casize, out->sample_rate);
   return true;
 }
 

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <map>
 
-#include "hit_curve/curve_sizes.h"
+#include "common/sample_scale.h"
 #include "profiler/read/region_sample.h"
 #include "profiler/replay/replay.h"
 #include "profiler/report/cache_stats.h"
@@ -76,7 +76,7 @@ std::vector<curve_replay_result> curve_replay(
   std::vector<uint64_t> replayed;
   std::vector<replay_request> plan;
   for (uint64_t size : sizes) {
-    replayed.push_back(vol_replayed_size(sampled ? curve_sampled_size(size, rate) : size, admit_all));
+    replayed.push_back(vol_replayed_size(sampled ? scale_to_sample(size, rate) : size, admit_all));
     const replay_request r{replayed.back(), admit_all};
     if (std::find(plan.begin(), plan.end(), r) == plan.end())
       plan.push_back(r);

@@ -28,7 +28,7 @@ struct curve_replay_result {
 // sizes not wanted are thrown away.  Results in the order of `sizes`.
 //
 // When the reading was sampled at a rate R < 1 (region_sample.h), each size
-// replays as a cache of curve_sampled_size(size, R) regions and the figures
+// replays as a cache of scale_to_sample(size, R) regions and the figures
 // are given at full scale: region accesses are the whole trace's, read hits
 // and misses add up to the trace's reads, and the sample's hit ratios are
 // corrected for the accesses and reads it holds beyond or short of its

@@ -100,14 +100,6 @@ void curve_normalise_sizes(std::vector<uint64_t> *regions) {
   regions->erase(std::unique(regions->begin(), regions->end()), regions->end());
 }
 
-uint64_t curve_sampled_size(uint64_t regions, double rate) {
-  return static_cast<uint64_t>(std::llround(static_cast<double>(regions) * rate));
-}
-
-uint64_t curve_full_scale(uint64_t count, double rate) {
-  return static_cast<uint64_t>(std::llround(static_cast<double>(count) / rate));
-}
-
 double curve_auto_sample_rate(uint64_t bytes) {
   if (bytes <= CURVE_EXACT_TRACE_BYTES)
     return 1.0;

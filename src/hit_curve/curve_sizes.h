@@ -32,12 +32,6 @@ std::vector<uint64_t> curve_spread_log(uint64_t from, uint64_t to, unsigned poin
 // Sorts and removes duplicates.
 void curve_normalise_sizes(std::vector<uint64_t> *regions);
 
-// A sampled curve (zrcurve --sample R) replays a cache of `regions` regions
-// as one of regions x R regions, rounded half away from zero (0 possible).
-uint64_t curve_sampled_size(uint64_t regions, double rate);
-// A count of the sample at full scale: count / R, rounded likewise.
-uint64_t curve_full_scale(uint64_t count, double rate);
-
 // The trace size up to which --sample auto keeps every region: 2 GiB, some
 // 100 million reads, which an exact curve replays in a minute or so.
 constexpr uint64_t CURVE_EXACT_TRACE_BYTES = uint64_t{2} << 30;

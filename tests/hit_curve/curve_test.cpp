@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "common/sample_scale.h"
 #include "hit_curve/curve_sizes.h"
 #include "support/random_trace.h"
 #include "support/run_binary.h"
@@ -74,8 +75,8 @@ TEST(CurveSizes, ListsAndSpreads) {
   struct { uint64_t count; double rate; uint64_t sampled, full; } scaled[] = {
       {4, 0.1, 0, 40}, {5, 0.1, 1, 50}, {15, 0.1, 2, 150}, {1, 0.4, 0, 3}, {4150, 0.01, 42, 415000}};
   for (const auto &c : scaled) {
-    EXPECT_EQ(c.sampled, curve_sampled_size(c.count, c.rate)) << c.count << " x " << c.rate;
-    EXPECT_EQ(c.full, curve_full_scale(c.count, c.rate)) << c.count << " / " << c.rate;
+    EXPECT_EQ(c.sampled, scale_to_sample(c.count, c.rate)) << c.count << " x " << c.rate;
+    EXPECT_EQ(c.full, scale_to_whole(c.count, c.rate)) << c.count << " / " << c.rate;
   }
   // --sample auto: exact up to 2 GiB, then the largest rate that brings the
   // sample within it.

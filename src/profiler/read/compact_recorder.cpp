@@ -280,7 +280,7 @@ void compact_recorder::rank_interval(iostat_ctx *ctx, bool quiet) {
   // placed where the whole's would be.
   const double rate = vol_region_sample_rate();
   wrkload_ent *regions = vol_begin_workload(ctx, n, quiet, rate);
-  if (quiet && regions == nullptr && (double)n >= (VOL_MIN_WORKLOAD_REGIONS - 0.5) * rate)
+  if (quiet && regions == nullptr && !vol_workload_too_few(n, rate))
     ok_ = false;
   if (regions != nullptr)
     met_.resize(n);
